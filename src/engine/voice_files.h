@@ -1,0 +1,47 @@
+#pragma once
+// A voice directory on disk: voice.json (the models' interface and file names), vocab.json,
+// the three ONNX models and espeak-ng's data.
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/model_session.h"
+
+namespace murmela {
+
+// Logical model name -> file stem; the model file is <directory>/<stem>.onnx.
+using Programs = std::map<std::string, std::string>;
+
+struct VoiceInterface {
+    std::vector<int64_t> encoderBuckets;  // in file order
+    std::vector<int64_t> decoderBuckets;  // in file order
+    Programs programs;
+};
+
+class VoiceFiles {
+public:
+    explicit VoiceFiles(std::filesystem::path directory) : directory_(std::move(directory)) {}
+
+    // The "Voice" directory of the resources, or nothing when there are no resources.
+    // Does not check that the directory exists.
+    static std::optional<VoiceFiles> locate();
+
+    // Reads and checks voice.json. Throws VoiceError, or the JSON parser's own error.
+    VoiceInterface readInterface() const;
+
+    // Loads the model that `programs` names for `name`. Throws VoiceError, or the runtime's own
+    // error when the runtime refuses the file.
+    ModelSession loadModel(const std::string& name, ComputeUnits units,
+                           const Programs& programs) const;
+
+    const std::filesystem::path& directory() const { return directory_; }
+
+private:
+    std::filesystem::path directory_;
+};
+
+}  // namespace murmela

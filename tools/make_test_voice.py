@@ -1,0 +1,213 @@
+#!/usr/bin/python3
+"""Writes a complete test voice directory: voice.json, vocab.json, three ONNX models and the
+English subset of espeak-ng's data.
+
+The models have the real interface (names, shapes, element types) but trivially predictable
+outputs, so tests can compute every sample they produce:
+
+  encoder  e[t]    = TABLE[ids[t]] * mask[t]            (256 values per token, see feature_table)
+           logd[t] = log(1 + ids[t] % 4) * mask[t]      (so a token lasts 2 * max(ids[t] % 4, 1)
+                                                         frames at speed 1)
+  decoder  mel[c][f] = x[f][c] * mask[f] for c < 99, except mel[98][f] += last[f]
+           mel[99][f] = x[f][256] * mask[f]              (the position channel)
+  vocoder  mag[k][f]   = mel[0][f] where k == mel[1][f], else 0   (one tone per frame)
+           phase[k][f] = mel[2][f]                                   (the same for every bin)
+
+The voice makes tones, not speech.
+"""
+
+import argparse
+import json
+import math
+import pathlib
+import shutil
+import sys
+
+import numpy as np
+import onnx
+from onnx import TensorProto, helper, numpy_helper
+
+ENC = 256
+MEL = 100
+BINS = 513
+OPSET = 13
+TABLE_SIZE = 256  # ids must stay below this
+
+# The model's symbols. Ids are spread out with gaps so that an off-by-one in a lookup shows.
+SYMBOLS = (
+    [";", ":", ",", ".", "!", "?", "\u2014", "\u2026", '"', "(", ")", "\u201c", "\u201d", " "]
+    + list("AIOWY")
+    + ["\u1d4a"]  # ᵊ
+    + list("abdfhijklmnpstuvwz")
+    + ["\u0251", "\u0252", "\u0254", "\u0259", "\u025b", "\u025c", "\u026a", "\u028a",
+       "\u028c", "\u00e6", "\u00f0", "\u03b8", "\u014b", "\u0261", "\u0279", "\u0283",
+       "\u0292", "\u027e", "\u02a4", "\u02a7", "\u02c8", "\u02cc"]
+)
+
+
+def symbol_id(index):
+    return 1 + 3 * index
+
+
+def vocabulary():
+    return {symbol: symbol_id(i) for i, symbol in enumerate(SYMBOLS)}
+
+
+def feature_table():
+    """TABLE[id]: channel 0 amplitude, 1 tone bin, 2 phase, the rest a fixed pattern.
+    Every value is exact in float16, so the vocoder's input conversion loses nothing."""
+    table = np.zeros((TABLE_SIZE, ENC), dtype=np.float32)
+    for token in range(1, TABLE_SIZE):
+        table[token, 0] = 64 + (token % 7) * 16
+        table[token, 1] = 10 + (token * 5) % 90
+        table[token, 2] = ((token % 8) - 4) * 0.25
+        for channel in range(3, ENC):
+            table[token, channel] = ((token * 3 + channel) % 64) / 64.0 - 0.5
+    return table
+
+
+def duration_table():
+    return np.array([math.log(1 + token % 4) for token in range(TABLE_SIZE)], dtype=np.float32)
+
+
+def const(name, array):
+    return helper.make_node("Constant", [], [name], value=numpy_helper.from_array(array, name))
+
+
+def ints(name, values):
+    return const(name, np.array(values, dtype=np.int64))
+
+
+def model(graph):
+    built = helper.make_model(graph, opset_imports=[helper.make_opsetid("", OPSET)],
+                              producer_name="murmela-test-voice")
+    built.ir_version = 8
+    onnx.checker.check_model(built)
+    return built
+
+
+def encoder():
+    nodes = [
+        const("table", feature_table()),
+        const("durations", duration_table()),
+        ints("axis2", [2]),
+        helper.make_node("Gather", ["table", "ids"], ["features"], axis=0),
+        helper.make_node("Unsqueeze", ["mask", "axis2"], ["mask3"]),
+        helper.make_node("Mul", ["features", "mask3"], ["e"]),
+        helper.make_node("Gather", ["durations", "ids"], ["raw_logd"], axis=0),
+        helper.make_node("Mul", ["raw_logd", "mask"], ["logd"]),
+    ]
+    graph = helper.make_graph(
+        nodes, "encoder",
+        [helper.make_tensor_value_info("ids", TensorProto.INT32, [1, "B"]),
+         helper.make_tensor_value_info("mask", TensorProto.FLOAT, [1, "B"])],
+        [helper.make_tensor_value_info("e", TensorProto.FLOAT, [1, "B", ENC]),
+         helper.make_tensor_value_info("logd", TensorProto.FLOAT, [1, "B"])])
+    return model(graph)
+
+
+def decoder():
+    last_channel = np.zeros((1, MEL, 1), dtype=np.float32)
+    last_channel[0, 98, 0] = 1.0
+    nodes = [
+        ints("start0", [0]), ints("end99", [99]),
+        ints("start256", [256]), ints("end257", [257]),
+        ints("axis1", [1]), ints("axis2", [2]),
+        const("last_channel", last_channel),
+        helper.make_node("Slice", ["x", "start0", "end99", "axis2"], ["features"]),
+        helper.make_node("Slice", ["x", "start256", "end257", "axis2"], ["position"]),
+        helper.make_node("Concat", ["features", "position"], ["frames"], axis=2),
+        helper.make_node("Transpose", ["frames"], ["channels"], perm=[0, 2, 1]),
+        helper.make_node("Unsqueeze", ["mask", "axis1"], ["mask3"]),
+        helper.make_node("Mul", ["channels", "mask3"], ["masked"]),
+        helper.make_node("Unsqueeze", ["last", "axis1"], ["last3"]),
+        helper.make_node("Mul", ["last3", "last_channel"], ["last_marks"]),
+        helper.make_node("Add", ["masked", "last_marks"], ["mel"]),
+    ]
+    graph = helper.make_graph(
+        nodes, "decoder",
+        [helper.make_tensor_value_info("x", TensorProto.FLOAT, [1, "D", ENC + 1]),
+         helper.make_tensor_value_info("mask", TensorProto.FLOAT, [1, "D"]),
+         helper.make_tensor_value_info("last", TensorProto.FLOAT, [1, "D"])],
+        [helper.make_tensor_value_info("mel", TensorProto.FLOAT, [1, MEL, "D"])])
+    return model(graph)
+
+
+def vocoder():
+    bins = np.arange(BINS, dtype=np.float32).reshape(1, BINS, 1)
+    nodes = [
+        const("bins", bins),
+        const("ones", np.ones((1, BINS, 1), dtype=np.float32)),
+        ints("start0", [0]), ints("start1", [1]), ints("start2", [2]), ints("start3", [3]),
+        ints("axis1", [1]),
+        helper.make_node("Cast", ["mel"], ["mel32"], to=TensorProto.FLOAT),
+        helper.make_node("Slice", ["mel32", "start0", "start1", "axis1"], ["amplitude"]),
+        helper.make_node("Slice", ["mel32", "start1", "start2", "axis1"], ["tone"]),
+        helper.make_node("Slice", ["mel32", "start2", "start3", "axis1"], ["angle"]),
+        helper.make_node("Equal", ["bins", "tone"], ["hit"]),
+        helper.make_node("Cast", ["hit"], ["hit32"], to=TensorProto.FLOAT),
+        helper.make_node("Mul", ["hit32", "amplitude"], ["mag32"]),
+        helper.make_node("Mul", ["ones", "angle"], ["phase32"]),
+        helper.make_node("Cast", ["mag32"], ["mag"], to=TensorProto.FLOAT16),
+        helper.make_node("Cast", ["phase32"], ["phase"], to=TensorProto.FLOAT16),
+    ]
+    graph = helper.make_graph(
+        nodes, "vocoder",
+        [helper.make_tensor_value_info("mel", TensorProto.FLOAT16, [1, MEL, "D"])],
+        [helper.make_tensor_value_info("mag", TensorProto.FLOAT16, [1, BINS, "D"]),
+         helper.make_tensor_value_info("phase", TensorProto.FLOAT16, [1, BINS, "D"])])
+    return model(graph)
+
+
+def voice_description():
+    return {
+        "interface": {
+            "sampleRate": 24000,
+            "hop": 300,
+            "nFft": 1024,
+            "enc": ENC,
+            "encoderBuckets": [32, 128, 512],
+            "decoderBuckets": [256, 1024, 2048],
+        },
+        "programs": {"encoder": "encoder", "decoder": "decoder", "vocoder": "vocoder"},
+        "about": "Murmela test voice: predictable tones, not speech.",
+    }
+
+
+# What espeak-ng needs for the voice "en-us".
+ESPEAK_FILES = ["phontab", "phonindex", "phondata", "phondata-manifest", "intonations",
+                "en_dict", "lang/gmw/en-US", "lang/gmw/en"]
+
+
+def copy_espeak_data(source, destination):
+    for relative in ESPEAK_FILES:
+        target = destination / relative
+        target.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(source / relative, target)
+
+
+def write_voice(out, espeak_data):
+    out.mkdir(parents=True, exist_ok=True)
+    onnx.save(encoder(), str(out / "encoder.onnx"))
+    onnx.save(decoder(), str(out / "decoder.onnx"))
+    onnx.save(vocoder(), str(out / "vocoder.onnx"))
+    (out / "vocab.json").write_text(
+        json.dumps({"vocab": vocabulary()}, ensure_ascii=False, indent=1) + "\n", encoding="utf-8")
+    if espeak_data is not None:
+        copy_espeak_data(espeak_data, out / "espeak-ng-data")
+    # voice.json last: the build treats it as the stamp of a complete voice.
+    (out / "voice.json").write_text(json.dumps(voice_description(), indent=2) + "\n")
+
+
+def main(argv):
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--out", type=pathlib.Path, required=True, help="voice directory to write")
+    parser.add_argument("--espeak-data", type=pathlib.Path,
+                        help="the system's espeak-ng-data directory to take the English subset from")
+    args = parser.parse_args(argv)
+    write_voice(args.out, args.espeak_data)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
