@@ -8,6 +8,7 @@
 #include <QJsonObject>
 #include <QString>
 #include <filesystem>
+#include <utility>
 
 #include "ui/appearance_color.h"
 

@@ -5,6 +5,7 @@
 #include <QHash>
 #include <QString>
 #include <filesystem>
+#include <utility>
 
 namespace murmela::ui {
 
