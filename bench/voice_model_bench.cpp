@@ -185,6 +185,10 @@ void workAroundModels(benchmark::State& state) {
 }
 BENCHMARK(workAroundModels)->Arg(120)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// All threads (the runtime's too) allocate from malloc's main arena, which is the one that
+// mallinfo2 reports on.
+const int singleArena = mallopt(M_ARENA_MAX, 1);
+
 // Heap in use, also the large blocks malloc maps directly.
 double heapBytes() {
     struct mallinfo2 info = mallinfo2();
