@@ -1,0 +1,160 @@
+#include "audio/sink_stream.h"
+
+#include <QAudioDevice>
+#include <QAudioFormat>
+#include <QAudioSink>
+#include <QBuffer>
+#include <QMediaDevices>
+
+#include <algorithm>
+#include <chrono>
+
+#include "audio/sample_feed.h"
+
+namespace murmela {
+namespace {
+
+constexpr int kSampleRate = 24000;
+// How often the played position is checked: the lateness of a completion, at most.
+constexpr std::chrono::milliseconds kPollInterval{5};
+
+QAudioFormat playerFormat() {
+    QAudioFormat format;
+    format.setSampleRate(kSampleRate);
+    format.setChannelCount(1);
+    format.setChannelConfig(QAudioFormat::ChannelConfigMono);
+    format.setSampleFormat(QAudioFormat::Float);
+    return format;
+}
+
+QString openFailure(QAudio::Error error) {
+    switch (error) {
+        case QAudio::FatalError:
+            return QStringLiteral("the sound server is not reachable");
+        case QAudio::OpenError:
+            return QStringLiteral("the output device could not be opened");
+        default:
+            return QStringLiteral("the output did not start");
+    }
+}
+
+QString playingFailure(QAudio::Error error) {
+    switch (error) {
+        case QAudio::FatalError:
+            return QStringLiteral("the connection to the sound server was lost");
+        case QAudio::IOError:
+            return QStringLiteral("the output stopped taking samples");
+        default:
+            return QStringLiteral("the output stopped unexpectedly");
+    }
+}
+
+}  // namespace
+
+void SinkStream::bindServerConnectionToThisThread() {
+    const QAudioDevice device = QMediaDevices::defaultAudioOutput();
+    if (device.isNull()) {
+        return;  // without a device no stream ever opens
+    }
+    // A stream with nothing to play, opened and closed at once: silent.
+    QBuffer nothing;
+    nothing.open(QIODevice::ReadOnly);
+    QAudioSink sink(device, playerFormat());
+    sink.start(&nothing);
+    sink.stop();
+}
+
+SinkStream::SinkStream(bool muted, Played played, Failed failed)
+    : feed_(new SampleFeed(this)),
+      poller_(this),  // a child, so that it moves to the audio thread too
+      muted_(muted),
+      played_(std::move(played)),
+      failed_(std::move(failed)) {
+    poller_.setTimerType(Qt::PreciseTimer);
+    poller_.setInterval(kPollInterval);
+    connect(&poller_, &QTimer::timeout, this, &SinkStream::poll);
+}
+
+SinkStream::~SinkStream() {
+    close();
+}
+
+QString SinkStream::open(int64_t generation) {
+    close();
+    generation_ = generation;
+    const QAudioDevice device = QMediaDevices::defaultAudioOutput();
+    if (device.isNull()) {
+        return QStringLiteral("no output device is available");
+    }
+    auto* sink = new QAudioSink(device, playerFormat(), this);
+    if (muted_) {
+        sink->setVolume(0.0);
+    }
+    feed_->beginStream();
+    sink->start(feed_);
+    if (sink->isNull() || sink->error() != QAudio::NoError ||
+        sink->state() == QAudio::StoppedState) {
+        const QString problem = sink->isNull() ? QStringLiteral("no output device is available")
+                                               : openFailure(sink->error());
+        sink->deleteLater();
+        return problem;
+    }
+    connect(sink, &QAudioSink::stateChanged, this, &SinkStream::sinkStateChanged);
+    sink_ = sink;
+    poller_.start();
+    return {};
+}
+
+void SinkStream::close() {
+    poller_.stop();
+    if (sink_) {
+        // Disconnected first: the stop that follows is no failure.
+        sink_->disconnect(this);
+        sink_->stop();
+        // Deleted from the event loop: Qt's sink runs pending events as it goes, which must not
+        // happen in the middle of this object's work.
+        sink_->deleteLater();
+        sink_ = nullptr;
+    }
+}
+
+void SinkStream::poll() {
+    if (!sink_) {
+        return;
+    }
+    const QAudio::Error error = sink_->error();
+    if (error == QAudio::FatalError || error == QAudio::IOError || error == QAudio::OpenError) {
+        fail(playingFailure(error));
+        return;
+    }
+    // What the sink reports as played, but never more than the time since the first sample went
+    // out: a block cannot have been heard sooner than it takes to play.
+    int64_t played = sink_->processedUSecs() * kSampleRate / 1000000;
+    if (const auto first = feed_->firstSampleTime()) {
+        const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(
+            std::chrono::steady_clock::now() - *first);
+        played = std::min<int64_t>(played, elapsed.count() * kSampleRate / 1000000);
+    } else {
+        played = 0;
+    }
+    for (int64_t generation : feed_->takePlayed(played)) {
+        played_(generation);
+    }
+    if (feed_->drained()) {
+        // Everything was heard: let the output rest until the next utterance.
+        close();
+    }
+}
+
+void SinkStream::sinkStateChanged() {
+    if (sink_ && sink_->state() == QAudio::StoppedState) {
+        fail(playingFailure(sink_->error()));
+    }
+}
+
+void SinkStream::fail(const QString& description) {
+    close();
+    failed_(generation_, description);
+}
+
+}  // namespace murmela
