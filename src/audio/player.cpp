@@ -1,14 +1,14 @@
 #include "audio/player.h"
 
-#include <QCoreApplication>
-#include <QPointer>
 #include <QThread>
 #include <QTimer>
 
 #include <chrono>
 #include <cmath>
-#include <future>
+#include <condition_variable>
 #include <limits>
+#include <mutex>
+#include <optional>
 
 #include "audio/audio_switches.h"
 #include "audio/programming_error.h"
@@ -27,12 +27,6 @@ double uptimeSeconds() {
         .count();
 }
 
-// Posts `work` to the main thread's event loop.
-template <typename Work>
-void postToMainThread(Work work) {
-    QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(work), Qt::QueuedConnection);
-}
-
 }  // namespace
 
 Player::Player(QObject* parent) : QObject(parent) {
@@ -40,26 +34,10 @@ Player::Player(QObject* parent) : QObject(parent) {
         return;
     }
     SinkStream::bindServerConnectionToThisThread();
-    // The audio thread holds the player only weakly: a released player lets its completions
-    // lapse.
-    QPointer<Player> self(this);
-    stream_ = new SinkStream(
-        muteSwitchedOn(),
-        [self](int64_t generation) {
-            postToMainThread([self, generation] {
-                if (self) {
-                    self->blockDone(generation);
-                }
-            });
-        },
-        [self](int64_t generation, const QString& description) {
-            postToMainThread([self, generation, description] {
-                if (self) {
-                    self->outputFailedFor(generation, description);
-                }
-            });
-        });
+    stream_ = new SinkStream(muteSwitchedOn());
     feed_ = &stream_->feed();
+    // Queued: the reports come on the main thread, and a released player receives none.
+    connect(stream_, &SinkStream::reportsReady, this, &Player::takeReports, Qt::QueuedConnection);
     audioThread_ = new QThread(this);
     audioThread_->setObjectName(QStringLiteral("murmela.audio"));
     stream_->moveToThread(audioThread_);
@@ -78,15 +56,7 @@ Player::~Player() {
 void Player::start(std::function<void()> idle) {
     stop();
     if (stream_) {
-        std::promise<QString> opened;
-        std::future<QString> problem = opened.get_future();
-        QMetaObject::invokeMethod(
-            stream_,
-            [stream = stream_, generation = generation_, &opened] {
-                opened.set_value(stream->open(generation));
-            },
-            Qt::QueuedConnection);
-        const QString description = problem.get();
+        const QString description = openStream();
         if (!description.isEmpty()) {
             throw AudioOutputError(description.toStdString());
         }
@@ -94,6 +64,25 @@ void Player::start(std::function<void()> idle) {
         clock_ = uptimeSeconds();
     }
     idle_ = std::move(idle);
+}
+
+QString Player::openStream() {
+    // Waits for the audio thread to open the stream, so that a failure can be thrown.
+    struct Outcome {
+        std::mutex mutex;
+        std::condition_variable done;
+        std::optional<QString> problem;
+    } outcome;
+    stream_->post([stream = stream_, generation = generation_, &outcome] {
+        QString problem = stream->open(generation);
+        std::lock_guard lock(outcome.mutex);
+        outcome.problem = std::move(problem);
+        // Under the lock: the waiting thread cannot return, and end `outcome`, before this.
+        outcome.done.notify_one();
+    });
+    std::unique_lock lock(outcome.mutex);
+    outcome.done.wait(lock, [&] { return outcome.problem.has_value(); });
+    return *outcome.problem;
 }
 
 void Player::schedule(std::vector<float> samples) {
@@ -146,7 +135,7 @@ void Player::stop() {
     idle_ = nullptr;
     if (stream_) {
         feed_->discard();
-        QMetaObject::invokeMethod(stream_, &SinkStream::close, Qt::QueuedConnection);
+        stream_->post([stream = stream_] { stream->close(); });
     }
 }
 
@@ -161,12 +150,18 @@ void Player::blockDone(int64_t generation) {
     callIdleIfDone();
 }
 
-void Player::outputFailedFor(int64_t generation, const QString& description) {
-    if (generation != generation_) {
-        return;
+void Player::takeReports() {
+    for (const SinkStream::Report& report : stream_->takeReports()) {
+        if (report.generation != generation_) {
+            continue;  // about a stopped utterance
+        }
+        if (report.failed) {
+            stop();
+            emit outputFailed(report.description);
+        } else {
+            blockDone(report.generation);
+        }
     }
-    stop();
-    emit outputFailed(description);
 }
 
 void Player::callIdleIfDone() {

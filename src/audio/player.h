@@ -8,7 +8,8 @@
 // timers; with MURMELA_MUTE=1 the device plays at volume 0.
 //
 // Every member is called on the main thread, and every callback and signal comes there. The
-// sink runs on an audio thread of its own, which only posts to the main thread.
+// sink runs on an audio thread of its own, which only posts reports to the main thread; a
+// released player lets them lapse.
 
 #include <QObject>
 #include <QString>
@@ -65,7 +66,8 @@ class Player : public QObject {
 
   private:
     void blockDone(int64_t generation);
-    void outputFailedFor(int64_t generation, const QString& description);
+    QString openStream();
+    void takeReports();
     void callIdleIfDone();
 
     QThread* audioThread_ = nullptr;  // none without a device

@@ -10,19 +10,23 @@ SampleFeed::SampleFeed(QObject* parent) : QIODevice(parent) {
 }
 
 void SampleFeed::push(int64_t generation, std::vector<float> samples) {
+    std::lock_guard lock(mutex_);
+    blocks_.push_back(Block{generation, std::move(samples)});
+    finished_ = false;
+}
+
+void SampleFeed::wakeReaderIfWaiting() {
     bool wake = false;
     {
         std::lock_guard lock(mutex_);
-        blocks_.push_back(Block{generation, std::move(samples)});
-        finished_ = false;
-        wake = waiting_;
-        waiting_ = false;
+        wake = waiting_ && !blocks_.empty();
+        if (wake) {
+            waiting_ = false;
+        }
     }
     if (wake) {
-        // The sink stopped pulling when it found nothing; readyRead makes it pull again, on the
-        // thread it lives on.
-        QMetaObject::invokeMethod(
-            this, [this] { emit readyRead(); }, Qt::QueuedConnection);
+        // The sink stopped pulling when it found nothing; readyRead makes it pull again.
+        emit readyRead();
     }
 }
 
@@ -54,6 +58,11 @@ std::vector<int64_t> SampleFeed::takePlayed(int64_t playedFrames) {
         ends_.pop_front();
     }
     return generations;
+}
+
+bool SampleFeed::hasUnplayedBlocks() const {
+    std::lock_guard lock(mutex_);
+    return !blocks_.empty() || !ends_.empty();
 }
 
 bool SampleFeed::drained() const {

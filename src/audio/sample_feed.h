@@ -30,11 +30,15 @@ class SampleFeed : public QIODevice {
     // Main thread. Drops every block not yet read and every unreported block end.
     void discard();
 
+    // Audio thread. Tells the reader, which found nothing last time, that blocks have come.
+    void wakeReaderIfWaiting();
     // Audio thread. A new sink stream starts reading at position 0.
     void beginStream();
     // Audio thread. Takes the blocks that end at or before stream frame `playedFrames`, in order,
     // and gives their generations.
     std::vector<int64_t> takePlayed(int64_t playedFrames);
+    // Audio thread. Blocks wait to be read or to be reported as played.
+    bool hasUnplayedBlocks() const;
     // Audio thread. The utterance is over: finished, everything read and every block reported.
     bool drained() const;
     // Audio thread. When the stream first got samples, if it did.
@@ -63,7 +67,7 @@ class SampleFeed : public QIODevice {
     std::deque<BlockEnd> ends_;
     int64_t position_ = 0;    // frames read in the current stream
     bool streaming_ = false;  // a sample has been read, so gaps are filled with silence
-    bool waiting_ = false;    // the last read found nothing, the sink waits for readyRead
+    bool waiting_ = false;    // the last read found nothing, the reader waits for readyRead
     bool finished_ = false;
     std::optional<std::chrono::steady_clock::time_point> firstSample_;
 };

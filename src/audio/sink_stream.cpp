@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "audio/sample_feed.h"
 
@@ -17,6 +18,9 @@ namespace {
 constexpr int kSampleRate = 24000;
 // How often the played position is checked: the lateness of a completion, at most.
 constexpr std::chrono::milliseconds kPollInterval{5};
+// How long playing may stand still while blocks wait to be heard before the output counts as
+// failed: a server that hangs without closing the connection must not hold an utterance forever.
+constexpr std::chrono::seconds kStallLimit{5};
 
 QAudioFormat playerFormat() {
     QAudioFormat format;
@@ -44,6 +48,8 @@ QString playingFailure(QAudio::Error error) {
             return QStringLiteral("the connection to the sound server was lost");
         case QAudio::IOError:
             return QStringLiteral("the output stopped taking samples");
+        case QAudio::NoError:
+            return QStringLiteral("the output stopped playing");
         default:
             return QStringLiteral("the output stopped unexpectedly");
     }
@@ -64,15 +70,51 @@ void SinkStream::bindServerConnectionToThisThread() {
     sink.stop();
 }
 
-SinkStream::SinkStream(bool muted, Played played, Failed failed)
+SinkStream::SinkStream(bool muted)
     : feed_(new SampleFeed(this)),
       poller_(this),  // a child, so that it moves to the audio thread too
-      muted_(muted),
-      played_(std::move(played)),
-      failed_(std::move(failed)) {
+      muted_(muted) {
     poller_.setTimerType(Qt::PreciseTimer);
     poller_.setInterval(kPollInterval);
     connect(&poller_, &QTimer::timeout, this, &SinkStream::poll);
+    connect(this, &SinkStream::commandsPosted, this, &SinkStream::runCommands,
+            Qt::QueuedConnection);
+}
+
+void SinkStream::post(std::function<void()> command) {
+    {
+        std::lock_guard lock(mutex_);
+        commands_.push_back(std::move(command));
+    }
+    emit commandsPosted();
+}
+
+std::vector<SinkStream::Report> SinkStream::takeReports() {
+    std::lock_guard lock(mutex_);
+    return std::exchange(reports_, {});
+}
+
+void SinkStream::runCommands() {
+    for (;;) {
+        std::function<void()> command;
+        {
+            std::lock_guard lock(mutex_);
+            if (commands_.empty()) {
+                return;
+            }
+            command = std::move(commands_.front());
+            commands_.pop_front();
+        }
+        command();
+    }
+}
+
+void SinkStream::report(Report report) {
+    {
+        std::lock_guard lock(mutex_);
+        reports_.push_back(std::move(report));
+    }
+    emit reportsReady();
 }
 
 SinkStream::~SinkStream() {
@@ -101,6 +143,8 @@ QString SinkStream::open(int64_t generation) {
     }
     connect(sink, &QAudioSink::stateChanged, this, &SinkStream::sinkStateChanged);
     sink_ = sink;
+    lastPlayed_ = 0;
+    lastProgress_ = std::chrono::steady_clock::now();
     poller_.start();
     return {};
 }
@@ -122,6 +166,7 @@ void SinkStream::poll() {
     if (!sink_) {
         return;
     }
+    feed_->wakeReaderIfWaiting();
     const QAudio::Error error = sink_->error();
     if (error == QAudio::FatalError || error == QAudio::IOError || error == QAudio::OpenError) {
         fail(playingFailure(error));
@@ -129,16 +174,23 @@ void SinkStream::poll() {
     }
     // What the sink reports as played, but never more than the time since the first sample went
     // out: a block cannot have been heard sooner than it takes to play.
+    const auto now = std::chrono::steady_clock::now();
     int64_t played = sink_->processedUSecs() * kSampleRate / 1000000;
     if (const auto first = feed_->firstSampleTime()) {
-        const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(
-            std::chrono::steady_clock::now() - *first);
+        const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(now - *first);
         played = std::min<int64_t>(played, elapsed.count() * kSampleRate / 1000000);
     } else {
         played = 0;
     }
+    if (played > lastPlayed_ || !feed_->hasUnplayedBlocks()) {
+        lastPlayed_ = played;
+        lastProgress_ = now;
+    } else if (now - lastProgress_ > kStallLimit) {
+        fail(playingFailure(QAudio::NoError));
+        return;
+    }
     for (int64_t generation : feed_->takePlayed(played)) {
-        played_(generation);
+        report(Report{generation, false, {}});
     }
     if (feed_->drained()) {
         // Everything was heard: let the output rest until the next utterance.
@@ -154,7 +206,7 @@ void SinkStream::sinkStateChanged() {
 
 void SinkStream::fail(const QString& description) {
     close();
-    failed_(generation_, description);
+    report(Report{generation_, true, description});
 }
 
 }  // namespace murmela

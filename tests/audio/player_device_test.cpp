@@ -6,9 +6,12 @@
 //
 // With MURMELA_MUTE=1 the same runs must give the same callbacks and timing, and silence.
 
-#include <QProcess>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <QString>
-#include <QStringList>
 
 #include <gtest/gtest.h>
 
@@ -59,30 +62,51 @@ std::vector<float> noise(size_t count, unsigned seed) {
     return samples;
 }
 
+// Starts a program, without Qt's process machinery, whose child shares the parent's memory in
+// a way the thread sanitizer cannot follow. Gives its pid, or -1.
+pid_t spawn(const std::vector<std::string>& arguments) {
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    pid_t pid = -1;
+    if (::posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
+        return -1;
+    }
+    return pid;
+}
+
+// Runs a program to its end; gives its exit status, or -1.
+int run(const std::vector<std::string>& arguments) {
+    const pid_t pid = spawn(arguments);
+    int status = 0;
+    if (pid < 0 || ::waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) {
+        return -1;
+    }
+    return WEXITSTATUS(status);
+}
+
 // Records the null sink's monitor with parec, at the player's format.
 class MonitorRecording {
   public:
     explicit MonitorRecording(const std::filesystem::path& file) : file_(file) {
         const char* sink = std::getenv("MURMELA_PULSE_SINK");
-        process_.setStandardOutputFile(QString::fromStdString(file.string()));
-        process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process_.start(QStringLiteral("parec"),
-                       {QStringLiteral("--device=%1.monitor").arg(sink ? sink : "murmela"),
-                        QStringLiteral("--format=float32le"), QStringLiteral("--rate=24000"),
-                        QStringLiteral("--channels=1"), QStringLiteral("--raw"),
-                        QStringLiteral("--latency-msec=10")});
-        started_ = process_.waitForStarted(5000);
+        pid_ = spawn({"parec", std::string("--device=") + (sink ? sink : "murmela") + ".monitor",
+                      "--format=float32le", "--rate=24000", "--channels=1", "--raw",
+                      "--latency-msec=10", file.string()});
         // parec needs a moment to connect before the monitor reaches the file.
         runEventsFor(400ms);
     }
     ~MonitorRecording() { stop(); }
 
-    bool started() const { return started_; }
+    bool started() const { return pid_ > 0; }
 
     std::vector<float> stop() {
-        if (process_.state() != QProcess::NotRunning) {
-            process_.terminate();
-            process_.waitForFinished(5000);
+        if (pid_ > 0) {
+            ::kill(pid_, SIGTERM);
+            ::waitpid(pid_, nullptr, 0);
+            pid_ = -1;
         }
         std::ifstream in(file_, std::ios::binary);
         std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
@@ -94,8 +118,7 @@ class MonitorRecording {
 
   private:
     std::filesystem::path file_;
-    QProcess process_;
-    bool started_ = false;
+    pid_t pid_ = -1;
 };
 
 // Where `expected` begins in `recording`: the first offset at which its opening samples are
@@ -274,6 +297,48 @@ TEST_F(DevicePlayer, StopSilencesAtOnceAndARestartPlaysOnlyTheNewUtterance) {
     EXPECT_GT(correlation(recorded.data() + offset, next.data(), next.size()), 0.999);
 }
 
+// Keeps the sound server stopped (SIGSTOP) while it lives: it neither plays nor says why.
+class FrozenServer {
+  public:
+    explicit FrozenServer(pid_t pid) : pid_(pid) { ::kill(pid_, SIGSTOP); }
+    ~FrozenServer() { ::kill(pid_, SIGCONT); }
+
+  private:
+    pid_t pid_;
+};
+
+TEST_F(DevicePlayer, ServerThatHangsWhilePlayingEndsTheUtteranceInsteadOfWaitingForever) {
+    const char* daemon = std::getenv("MURMELA_PULSE_PID");
+    ASSERT_NE(daemon, nullptr);
+    Player player;
+    int idleCalls = 0;
+    QString failure;
+    QObject::connect(&player, &Player::outputFailed,
+                     [&](const QString& description) { failure = description; });
+    player.start([&] { ++idleCalls; });
+    player.schedule(noise(72000, 8));  // 3 s
+    player.finish();
+    runEventsFor(500ms);
+    {
+        FrozenServer frozen(static_cast<pid_t>(std::atoi(daemon)));
+        const Clock::time_point frozenAt = Clock::now();
+        ASSERT_TRUE(runEventsUntil([&] { return !failure.isEmpty(); }, 15s))
+            << "the player waited for a server that stopped playing";
+        std::cout << "failure after " << secondsBetween(frozenAt, Clock::now())
+                  << " s of silence: " << failure.toStdString() << "\n";
+    }
+    EXPECT_EQ(player.pending(), 0);
+    runEventsFor(500ms);
+    EXPECT_EQ(idleCalls, 0);
+
+    // Once the server answers again, the next utterance plays.
+    int nextIdle = 0;
+    player.start([&] { ++nextIdle; });
+    player.schedule(noise(2400, 9));
+    player.finish();
+    EXPECT_TRUE(runEventsUntil([&] { return nextIdle == 1; }, 5s));
+}
+
 // Last, because it ends the sound server.
 TEST_F(DevicePlayer, ServerLostWhilePlayingEndsTheUtterance) {
     Player player;
@@ -287,7 +352,7 @@ TEST_F(DevicePlayer, ServerLostWhilePlayingEndsTheUtterance) {
     player.finish();
     const int64_t generation = player.generation();
     runEventsFor(500ms);
-    ASSERT_EQ(QProcess::execute(QStringLiteral("pactl"), {QStringLiteral("exit")}), 0);
+    ASSERT_EQ(run({"pactl", "exit"}), 0);
 
     ASSERT_TRUE(runEventsUntil([&] { return !failure.isEmpty(); }, 5s))
         << "the player did not notice that the server went away";
