@@ -4,6 +4,7 @@
 #include <QAudioFormat>
 #include <QAudioSink>
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QMediaDevices>
 
 #include <algorithm>
@@ -118,7 +119,14 @@ void SinkStream::report(Report report) {
 }
 
 SinkStream::~SinkStream() {
-    close();
+    // Qt's sink runs pending events as it goes; none of them may reach this object any more.
+    QCoreApplication::removePostedEvents(this);
+    poller_.stop();
+    if (sink_) {
+        sink_->disconnect(this);
+        sink_->stop();
+        delete sink_;
+    }
 }
 
 QString SinkStream::open(int64_t generation) {
@@ -128,7 +136,9 @@ QString SinkStream::open(int64_t generation) {
     if (device.isNull()) {
         return QStringLiteral("no output device is available");
     }
-    auto* sink = new QAudioSink(device, playerFormat(), this);
+    // No parent: Qt 6.4 gives the sink's parent its platform part as a child too, which that
+    // parent's end would then delete under the sink.
+    auto* sink = new QAudioSink(device, playerFormat());
     if (muted_) {
         sink->setVolume(0.0);
     }
@@ -151,14 +161,12 @@ QString SinkStream::open(int64_t generation) {
 
 void SinkStream::close() {
     poller_.stop();
-    if (sink_) {
+    if (QAudioSink* sink = std::exchange(sink_, nullptr)) {
         // Disconnected first: the stop that follows is no failure.
-        sink_->disconnect(this);
-        sink_->stop();
-        // Deleted from the event loop: Qt's sink runs pending events as it goes, which must not
-        // happen in the middle of this object's work.
-        sink_->deleteLater();
-        sink_ = nullptr;
+        sink->disconnect(this);
+        sink->stop();
+        // Deleted from the event loop, because Qt's sink runs pending events as it goes.
+        sink->deleteLater();
     }
 }
 

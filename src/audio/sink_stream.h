@@ -72,7 +72,7 @@ class SinkStream : public QObject {
     void fail(const QString& description);
     void report(Report report);
 
-    QAudioSink* sink_ = nullptr;  // a child while open
+    QAudioSink* sink_ = nullptr;  // owned while open
     SampleFeed* feed_;            // a child
     QTimer poller_;
     bool muted_;
