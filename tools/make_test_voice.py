@@ -42,6 +42,7 @@ SYMBOLS = (
     + ["\u0251", "\u0252", "\u0254", "\u0259", "\u025b", "\u025c", "\u026a", "\u028a",
        "\u028c", "\u00e6", "\u00f0", "\u03b8", "\u014b", "\u0261", "\u0279", "\u0283",
        "\u0292", "\u027e", "\u02a4", "\u02a7", "\u02c8", "\u02cc"]
+    + ["\u1d7b"]  # ᵻ, which espeak-ng writes for the reduced vowel of "-es", "-ed"
 )
 
 
