@@ -178,6 +178,10 @@ def voice_description():
 # What espeak-ng needs for the voice "en-us".
 ESPEAK_FILES = ["phontab", "phonindex", "phondata", "phondata-manifest", "intonations",
                 "en_dict", "lang/gmw/en-US", "lang/gmw/en"]
+# The dictionaries of the scripts whose letters make en-us switch to another language. Without
+# them espeak-ng 1.51 reads uninitialised memory on such text (a Telugu letter is enough).
+ESPEAK_FILES += [language + "_dict" for language in
+                 ["bn", "gu", "hi", "hy", "ka", "kn", "ko", "ml", "pa", "si", "ta", "te"]]
 
 
 def copy_espeak_data(source, destination):

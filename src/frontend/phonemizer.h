@@ -27,8 +27,8 @@ class Phonemizer {
     static constexpr size_t maxChunkIds = 400;
 
     // Loads the vocabulary file. Throws std::filesystem::filesystem_error when it can't be
-    // read, nlohmann::json::parse_error when it is not JSON, and VoiceError::damaged("vocab")
-    // when it holds no table of ids.
+    // read, the JSON parser's error (nlohmann::json::parse_error and the like) when it is not
+    // JSON, and VoiceError::damaged("vocab") when it holds no table of ids.
     Phonemizer(const std::filesystem::path& vocabURL, Espeak espeak);
 
     // The id chunks of a whole text, in reading order; empty when nothing in it is speakable.

@@ -19,7 +19,8 @@ std::vector<std::u32string> pieces(std::u32string_view sentence);
 // What espeak-ng should read instead of `word`, given the word just before it (when no
 // punctuation separates them) and up to four words after it (up to the next punctuation);
 // nothing when the word is fine as it is. Respells names, the pronoun "I" and dotted
-// abbreviations, chooses a homograph's reading from its neighbours, and reads years.
+// abbreviations, chooses a homograph's reading from its neighbours, reads years, and writes
+// digits of other scripts as the digits espeak-ng reads in English.
 std::optional<std::u32string> rewrite(std::u32string_view word,
                                       std::optional<std::u32string_view> previous,
                                       std::span<const std::u32string> following);

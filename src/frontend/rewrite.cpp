@@ -234,6 +234,23 @@ std::optional<std::u32string> year(std::u32string_view word,
     return yearWords(value);
 }
 
+// Digits of other scripts ("৪৫") are read as the same number in English ("45"): that is what
+// a listener of an English voice expects, and espeak-ng 1.51 mishandles them (it switches to
+// the script's language and reads freed memory).
+std::optional<std::u32string> foreignDigits(std::u32string_view word) {
+    const auto isForeignDigit = [](char32_t c) { return c >= 0x80 && isDecimalDigit(c); };
+    if (std::none_of(word.begin(), word.end(), isForeignDigit)) {
+        return std::nullopt;
+    }
+    std::u32string digits(word);
+    for (char32_t& c : digits) {
+        if (isForeignDigit(c)) {
+            c = static_cast<char32_t>(U'0' + digitValue(c));
+        }
+    }
+    return digits;
+}
+
 }  // namespace
 
 std::optional<std::u32string> rewrite(std::u32string_view word,
@@ -264,7 +281,10 @@ std::optional<std::u32string> rewrite(std::u32string_view word,
     if (key == U"read") {
         return read(previous, following);
     }
-    return year(word, previous);
+    if (auto reading = year(word, previous)) {
+        return reading;
+    }
+    return foreignDigits(word);
 }
 
 }  // namespace murmela

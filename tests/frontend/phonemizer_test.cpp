@@ -213,6 +213,8 @@ TEST(Vocabulary, DamagedFilesGiveTheirOwnErrors) {
         EXPECT_THROW(phonemizerWithVocabulary(directory, json), nlohmann::json::parse_error)
             << json;
     }
+    // A number too large for a double is the parser's error too.
+    EXPECT_THROW(phonemizerWithVocabulary(directory, R"({"a": 1e400})"), nlohmann::json::exception);
     for (const char* json : {"[1, 2]", "42", "\"vocab\"", "null", "{}", R"({"a": "1", "b": {}})",
                              R"({"vocab": {"a": "1"}, "b": 2})"}) {
         try {

@@ -210,5 +210,14 @@ TEST(Rewrite, FourDigitsAfterAWordOfTimeAreAYear) {
     EXPECT_EQ(rewritten("in", "19a4"), "");
 }
 
+TEST(Rewrite, DigitsOfOtherScriptsAreReadAsTheSameNumber) {
+    EXPECT_EQ(rewritten("", "\u09ea\u09eb"), "45");  // Bengali
+    EXPECT_EQ(rewritten("Room", "\u0a69"), "3");     // Gurmukhi
+    EXPECT_EQ(rewritten("", "4\u0be9rd"), "43rd");   // Tamil among ASCII
+    EXPECT_EQ(rewritten("", "\uff11\uff12"), "12");  // full width
+    EXPECT_EQ(rewritten("", "42"), "");
+    EXPECT_EQ(rewritten("", "\u00bd"), "");  // not a decimal digit
+}
+
 }  // namespace
 }  // namespace murmela

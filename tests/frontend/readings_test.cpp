@@ -70,6 +70,11 @@ TEST(Readings, YearsAreReadInTwoHalves) {
     EXPECT_THAT(spoken("Finish it by 1900."), HasSubstr("h\u02c8\u028cnd\u0279\u026ad"));
 }
 
+TEST(Readings, DigitsOfOtherScriptsAreReadAsEnglishNumbers) {
+    // espeak-ng alone would switch to Punjabi for the digit (and read freed memory doing so).
+    EXPECT_THAT(spoken("Room \u0a69 is open."), HasSubstr("\u03b8\u0279\u02c8i\u02d0"));  // θɹˈiː
+}
+
 TEST(Readings, AbbreviationsAreReadAsWords) {
     EXPECT_THAT(spoken("Dr. Smith is here."), HasSubstr("d\u02c8\u0251\u02d0kt"));  // dˈɑːkt
     EXPECT_THAT(spoken("We left at 9 a.m. sharp."), HasSubstr("\u02cce^\u026a\u02c8\u025bm"));
