@@ -64,8 +64,8 @@ void espeakAlone(benchmark::State& state) {
     state.counters["ipaBytes"] = static_cast<double>(bytes);
 }
 
-BENCHMARK(espeakAlone)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(chunks)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(espeakAlone)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
+BENCHMARK(chunks)->Arg(1)->Arg(10)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace murmela

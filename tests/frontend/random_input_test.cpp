@@ -96,7 +96,7 @@ std::string randomJson(std::mt19937& random) {
 
 TEST(RandomInput, TextNeverBreaksTheChunkPromises) {
     std::mt19937 random(1234);
-    for (int i = 0; i < 600; ++i) {
+    for (int i = 0; i < 2000; ++i) {
         const std::string text = randomText(random, 40);
         fuzzing::chunks(testing::testVoiceDirectory(),
                         reinterpret_cast<const uint8_t*>(text.data()), text.size());
