@@ -1,6 +1,7 @@
 #include "app/render_work.h"
 
 #include <chrono>
+#include <thread>
 
 #include "app/error_description.h"
 #include "audio/wav.h"
@@ -10,6 +11,7 @@ namespace murmela {
 namespace {
 
 constexpr int64_t sampleRate = 24000;
+constexpr std::chrono::milliseconds handOverPause(5);
 
 int64_t millisecondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
@@ -26,6 +28,12 @@ std::optional<UtteranceEnd> synthesiseUtterance(
     bool cancelled = false;
     try {
         voice.phonemizer().chunks(text, [&](std::vector<int64_t> ids) {
+            if (end.chunks == 1) {
+                // The first block is on its way to the main thread, which hands it to the
+                // player; with few cores, synthesising the next chunk at once would keep the
+                // main thread waiting for a processor. Its audio lasts far longer than this.
+                std::this_thread::sleep_for(handOverPause);
+            }
             if (cancel.isCancelled()) {
                 cancelled = true;
                 return false;

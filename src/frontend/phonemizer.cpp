@@ -136,9 +136,10 @@ void Phonemizer::chunks(std::string_view text,
                         const std::function<bool(std::vector<int64_t>)>& each) const {
     const std::optional<int64_t> commaId = id(U",");
     const std::optional<int64_t> spaceId = id(U" ");
-    for (const std::u32string& sentence : sentences(normalise(text))) {
+    SentenceReader reader(text);
+    while (const std::optional<std::u32string> sentence = reader.next()) {
         std::u32string out;
-        for (const std::u32string& piece : pieces(sentence)) {
+        for (const std::u32string& piece : pieces(*sentence)) {
             if (isPassThrough(piece)) {
                 out.append(piece);  // punctuation sticks to the word before it
                 continue;
