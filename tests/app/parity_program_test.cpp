@@ -186,7 +186,7 @@ TEST_F(ParityProgramTest, HeadlessRunWritesExactlyWhatTheEngineGives) {
         EXPECT_EQ(line["audioMs"], static_cast<int64_t>(samples.size()) * 1000 / 24000);
         const std::string bytes = testing::readText(out / (line["id"].get<std::string>() + ".f32"));
         ASSERT_EQ(bytes.size(), samples.size() * sizeof(float));
-        EXPECT_EQ(std::memcmp(bytes.data(), samples.data(), bytes.size()), 0)
+        EXPECT_TRUE(samples.empty() || std::memcmp(bytes.data(), samples.data(), bytes.size()) == 0)
             << "the samples differ from the engine's";
     }
     EXPECT_EQ(written["lines"][0]["speed"].dump(), "1");

@@ -38,7 +38,9 @@ ArgumentDomain arguments(std::vector<std::string> words) {
 std::vector<float> samplesIn(const fs::path& file) {
     const std::string bytes = testing::readText(file);
     std::vector<float> samples(bytes.size() / sizeof(float));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    if (!samples.empty()) {
+        std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    }
     EXPECT_EQ(bytes.size() % sizeof(float), 0u) << file;
     return samples;
 }
@@ -243,7 +245,8 @@ TEST_F(ParityTest, ASpeedThatIsNotANumberCountsAsAbsent) {
               0);
     const Expected normal = expected("Hello there.", 1.0);
     ASSERT_NE(normal.samples, expected("Hello there.", 1.5).samples);
-    for (const json& line : report()["lines"]) {
+    const json written = report();
+    for (const json& line : written["lines"]) {
         EXPECT_EQ(line["speed"].dump(), "1");
         EXPECT_EQ(samplesIn(out / (line["id"].get<std::string>() + ".f32")), normal.samples);
     }
@@ -283,7 +286,8 @@ TEST_F(ParityTest, ADuplicateIdOverwritesItsFileAndKeepsBothRecords) {
 TEST_F(ParityTest, ALineWithNoChunkGetsAnEmptyFileAndEmptyChunks) {
     ASSERT_EQ(run(R"({"lines": [{"id": "empty", "text": ""}, {"id": "blank", "text": " \n\t "}]})"),
               0);
-    for (const json& line : report()["lines"]) {
+    const json written = report();
+    for (const json& line : written["lines"]) {
         SCOPED_TRACE(line["id"].get<std::string>());
         EXPECT_EQ(line["chunks"], json::array());
         EXPECT_EQ(line["samples"], 0);
