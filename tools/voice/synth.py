@@ -51,7 +51,9 @@ def encoder(ids, mask, voice):
     left_row = centre * CLASSES + t["end_class"][left]
     right_row = centre * CLASSES + t["start_class"][right]
     f = voice["tables"]
-    phone = np.concatenate([f["left"][left_row], f["centre"][centre], f["right"][right_row]], 1)
+    half = lambda table: table.astype(np.float16).astype(np.float32)  # noqa: E731 stored so
+    phone = np.concatenate([half(f["left"])[left_row], f["centre"][centre],
+                            half(f["right"])[right_row]], 1)
 
     silent = np.tile(silence_params(), ANCHORS)[None, :]
     k = kind[ids][:, None]
@@ -70,7 +72,7 @@ def encoder(ids, mask, voice):
 
     seconds = np.where(kind[ids] == layout.KIND_PHONE, f["duration"][right_row],
                        np.where(kind[ids] == layout.KIND_SILENT, voice["pauses"][ids], UNIT_S))
-    logd = np.log1p(seconds / UNIT_S)
+    logd = np.log(seconds.astype(np.float32) / np.float32(UNIT_S) + np.float32(1.0))
     return (e * mask[:, None]).astype(np.float32), (logd * mask).astype(np.float32)
 
 
@@ -215,7 +217,9 @@ class VocoderConstants:
         self.band_to_bins = band_to_bins()
         self.rolloff = rolloff()
         self.phase = min_phase_matrix() @ (0.5 * self.band_to_bins)  # [BINS, BANDS]
-        self.noise = noise_table()
+        noise = noise_table()  # stored as float16
+        self.noise = (noise.real.astype(np.float16).astype(np.float64)
+                      + 1j * noise.imag.astype(np.float16).astype(np.float64))
         self.freqs = np.arange(BINS) * RATE / NFFT
         self.voicing_power = 1.0 + self.freqs / 2000.0
 
