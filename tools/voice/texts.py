@@ -2,6 +2,8 @@
 installs, chosen so that the voice's sounds and sound pairs are all covered.
 
 Sources (the licence of each is in the named package's copyright file):
+  /usr/share/doc/flite/examples/alice  the first two chapters of Alice's Adventures in
+                                       Wonderland, package flite, public domain
   /usr/share/vim/vim90/doc/usr_*.txt   Vim user manual, package vim-runtime,
                                        Open Publication License 1.0 or later, no options
   /usr/share/common-licenses/GPL-3     GNU GPL 3 text, package base-files, verbatim copies
@@ -12,11 +14,17 @@ Only statistics derived from the teacher's audio of these sentences end up in th
 import glob
 import re
 
-SOURCES = sorted(glob.glob("/usr/share/vim/vim90/doc/usr_*.txt")) + [
+PROSE = ["/usr/share/doc/flite/examples/alice"]
+SOURCES = PROSE + sorted(glob.glob("/usr/share/vim/vim90/doc/usr_*.txt")) + [
     "/usr/share/common-licenses/GPL-3"]
 
 _SENTENCE_END = re.compile(r"(?<=[.?!])\s+")
 _ALLOWED = re.compile(r"^[A-Za-z][A-Za-z ,'.?!]*[.?!]$")
+
+
+def _prose_paragraphs(text):
+    for block in re.split(r"\n\s*\n", text):
+        yield " ".join(block.split())
 
 
 def _paragraphs(text):
@@ -41,9 +49,10 @@ def candidate_sentences(known_words):
     for path in SOURCES:
         with open(path, encoding="utf-8", errors="replace") as source:
             text = source.read()
-        for paragraph in _paragraphs(text):
-            for sentence in _SENTENCE_END.split(paragraph):
-                sentence = " ".join(sentence.split())
+        split = _prose_paragraphs if path in PROSE else _paragraphs
+        for paragraph in split(text):
+            for sentence in _SENTENCE_END.split(paragraph.replace("`", "'")):
+                sentence = " ".join(sentence.split()).strip("'\"")
                 if not _ALLOWED.match(sentence) or ".." in sentence:
                     continue
                 if re.search(r"\b[a-z]\.", sentence) or re.search(r"[A-Z]{2}", sentence):

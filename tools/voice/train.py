@@ -1,10 +1,13 @@
 """Teacher corpus -> the voice's tables (an .npz the export and the numpy reference read)."""
 
+import multiprocessing
+
 import numpy as np
 
 import corpus
 import layout
-import statistics
+import targets
+import teacher
 from vocabulary import vocabulary
 
 
@@ -15,19 +18,37 @@ def token_sequences(sentences, frontend):
     return [frontend.ids(s) for s in sentences]
 
 
-def train(sentences, id_lists, cache, log=print):
+class _Worker:
+    """Renders, analyses and aligns one sentence (in a worker process)."""
+
+    def __init__(self, cache):
+        self.cache = cache
+        self.tables = layout.symbol_tables()
+        self.by_id = {i: s for s, i in vocabulary().items()}
+
+    def __call__(self, job):
+        sentence, ids = job
+        if self.cache:
+            samples, segments = corpus.load(sentence, self.cache)
+        else:
+            samples, segments = teacher.speak(sentence)
+        return targets.sentence_items(ids, samples, segments, self.tables, self.by_id)
+
+
+def train(sentences, id_lists, cache=None, workers=2, log=print):
     symbols = layout.symbol_tables()
-    by_id = {i: s for s, i in vocabulary().items()}
-    collector = statistics.Collector(symbols, by_id)
-    for n, (sentence, ids) in enumerate(zip(sentences, id_lists)):
-        samples, segments = corpus.load(sentence, cache)
-        collector.add(ids, samples, segments)
-        if log and n % 200 == 0:
-            log("teacher: %d/%d sentences" % (n, len(sentences)))
+    collector = targets.Collector(symbols)
+    jobs = list(zip(sentences, id_lists))
+    worker = _Worker(cache)
+    with multiprocessing.Pool(workers) as pool:
+        for n, (items, count) in enumerate(pool.imap(worker, jobs, chunksize=8)):
+            collector.add(items, count)
+            if log and n % 250 == 0:
+                log("teacher: %d/%d sentences" % (n, len(jobs)))
     if log:
         log("teacher: %d of %d phone tokens matched (%.0f %%)" % (
             collector.matched, collector.total, 100.0 * collector.matched / max(collector.total, 1)))
-    return {"symbols": symbols, "tables": statistics.build_tables(collector),
+    return {"symbols": symbols, "tables": targets.build_tables(collector),
             "pauses": layout.pause_durations()}
 
 

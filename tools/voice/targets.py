@@ -63,42 +63,49 @@ def anchor_features(bands, f0, voicing, start, end):
     return out
 
 
+def sentence_items(ids, samples, segments, tables, symbols_of_id):
+    """The teacher's targets for every confidently matched phone token of one sentence:
+    [(centre row, left row, right row, features [ANCHORS, PARAMS], duration s)], and the
+    number of phone tokens."""
+    symbols = [symbols_of_id[t] for t in ids]
+    phone_positions = [i for i, t in enumerate(ids) if tables["kind"][t] == layout.KIND_PHONE]
+    spoken = [s for s in segments if s[0] != "pau"]
+    timing = align.align([symbols[i] for i in phone_positions], spoken)
+    bands = analysis.band_powers(samples)
+    f0, voicing = analysis.pitch(samples)
+    token_rows = rows(ids, tables)
+    kinds = [tables["kind"][t] for t in ids]
+    items = []
+    for position, span in zip(phone_positions, timing):
+        if span is None or not span[2] or span[1] - span[0] < 0.01:
+            continue
+        start, end, _ = span
+        duration = end - start
+        before = kinds[position - 1] if position > 0 else layout.KIND_SILENT
+        after = kinds[position + 1] if position + 1 < len(kinds) else layout.KIND_SILENT
+        if before == layout.KIND_STRESS:
+            duration -= UNIT_S
+        if before == layout.KIND_SPACE:
+            duration -= UNIT_S / 2
+        if after == layout.KIND_SPACE:
+            duration -= UNIT_S / 2
+        features = anchor_features(bands, f0, voicing, start, end)
+        centre, left, right = token_rows[position]
+        items.append((centre, left, right, features, max(duration, UNIT_S / 2)))
+    return items, len(phone_positions)
+
+
 class Collector:
-    def __init__(self, tables, symbols_of_id):
+    def __init__(self, tables):
         self.tables = tables
-        self.symbols_of_id = symbols_of_id
-        self.items = []  # (centre, left, right, features [ANCHORS, PARAMS], duration s)
+        self.items = []
         self.matched = 0
         self.total = 0
 
-    def add(self, ids, samples, segments):
-        symbols = [self.symbols_of_id[t] for t in ids]
-        phone_positions = [i for i, t in enumerate(ids)
-                           if self.tables["kind"][t] == layout.KIND_PHONE]
-        spoken = [s for s in segments if s[0] != "pau"]
-        timing = align.align([symbols[i] for i in phone_positions], spoken)
-        bands = analysis.band_powers(samples)
-        f0, voicing = analysis.pitch(samples)
-        token_rows = rows(ids, self.tables)
-        kinds = [self.tables["kind"][t] for t in ids]
-        for position, span in zip(phone_positions, timing):
-            self.total += 1
-            if span is None or not span[2] or span[1] - span[0] < 0.01:
-                continue
-            self.matched += 1
-            start, end, _ = span
-            duration = end - start
-            before = kinds[position - 1] if position > 0 else layout.KIND_SILENT
-            after = kinds[position + 1] if position + 1 < len(kinds) else layout.KIND_SILENT
-            if before == layout.KIND_STRESS:
-                duration -= UNIT_S
-            if before == layout.KIND_SPACE:
-                duration -= UNIT_S / 2
-            if after == layout.KIND_SPACE:
-                duration -= UNIT_S / 2
-            features = anchor_features(bands, f0, voicing, start, end)
-            centre, left, right = token_rows[position]
-            self.items.append((centre, left, right, features, max(duration, UNIT_S / 2)))
+    def add(self, items, phone_count):
+        self.items.extend(items)
+        self.matched += len(items)
+        self.total += phone_count
 
 
 def _means(keys, values, size, prior, weights=None):
