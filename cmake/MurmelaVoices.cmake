@@ -27,7 +27,8 @@ endif()
 set(MURMELA_VOICE_CACHE ${murmela_voice_cache_default} CACHE PATH
     "Where the voice recipe keeps its trained tables between builds")
 
-# murmela_voice(<target> <directory> [IDS_TOOL <target>]): the voice, written to <directory>.
+# murmela_voice(<target> <directory> [IDS_TOOL <target>]): the voice, written to <directory>,
+# and the tables it was exported from to <directory>.tables.npz (the export check reads them).
 # With IDS_TOOL the recipe takes its token ids from that program (Murmela's own front end).
 function(murmela_voice target directory)
     cmake_parse_arguments(PARSE_ARGV 2 arg "" "IDS_TOOL" "")
@@ -41,10 +42,11 @@ function(murmela_voice target directory)
     endif()
     add_custom_command(
         OUTPUT ${directory}/voice.json
+        BYPRODUCTS ${directory}.tables.npz
         COMMAND ${CMAKE_COMMAND} -E rm -rf ${directory}
         COMMAND ${MURMELA_PYTHON} ${PROJECT_SOURCE_DIR}/tools/voice/make_voice.py
             --out ${directory} --espeak-data ${MURMELA_ESPEAK_DATA}
-            --cache ${MURMELA_VOICE_CACHE} ${ids_arguments}
+            --cache ${MURMELA_VOICE_CACHE} --tables ${directory}.tables.npz ${ids_arguments}
         DEPENDS ${sources}
         COMMENT "Building the voice in ${directory} (minutes when its tables are not cached)"
         VERBATIM)

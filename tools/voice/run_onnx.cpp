@@ -69,8 +69,7 @@ Input parseInput(const std::string& argument) {
     const size_t equals = argument.find('=');
     const size_t colon1 = argument.find(':', equals);
     const size_t colon2 = argument.find(':', colon1 + 1);
-    if (equals == std::string::npos || colon1 == std::string::npos ||
-        colon2 == std::string::npos) {
+    if (equals == std::string::npos || colon1 == std::string::npos || colon2 == std::string::npos) {
         fail("bad input " + argument);
     }
     Input input;
@@ -155,9 +154,9 @@ int main(int argc, char** argv) {
         const auto started = std::chrono::steady_clock::now();
         outputs = session.Run(Ort::RunOptions{nullptr}, inputNames.data(), values.data(),
                               values.size(), outputPointers.data(), outputPointers.size());
-        milliseconds = std::chrono::duration<double, std::milli>(
-                           std::chrono::steady_clock::now() - started)
-                           .count();
+        milliseconds =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started)
+                .count();
     }
     for (size_t i = 0; i < outputs.size(); ++i) {
         const auto info = outputs[i].GetTensorTypeAndShapeInfo();
