@@ -35,7 +35,7 @@ else()
     install(FILES ${MURMELA_ONNXRUNTIME_LIBRARY} DESTINATION ${CMAKE_INSTALL_LIBDIR}/murmela)
 endif()
 
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets Multimedia DBus Test)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets Svg Multimedia DBus Test)
 if(MURMELA_BUILD_TESTS)
     find_package(GTest REQUIRED)
 endif()

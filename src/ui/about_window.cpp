@@ -1,0 +1,55 @@
+#include "ui/about_window.h"
+
+#include <QApplication>
+#include <QKeySequence>
+#include <QScreen>
+#include <QShortcut>
+#include <QVBoxLayout>
+
+#include "ui/about_view.h"
+
+namespace murmela::ui {
+
+AboutWindow::AboutWindow(UiTables tables) : tables_(std::move(tables)) {}
+
+AboutWindow::~AboutWindow() {
+    delete window_.data();
+}
+
+QWidget* AboutWindow::open() {
+    if (window_ == nullptr) {
+        window_ = make();
+        QWidget* active = QApplication::activeWindow();
+        QScreen* screen = active != nullptr ? active->screen() : QGuiApplication::primaryScreen();
+        if (screen != nullptr) {
+            QRect area = screen->availableGeometry();
+            window_->move(area.center() - window_->rect().center());
+        }
+    }
+    window_->show();
+    window_->raise();
+    window_->activateWindow();
+    return window_;
+}
+
+QWidget* AboutWindow::make() {
+    // No maximise button: the window is exactly as large as its content.
+    auto* window = new QWidget(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                                            Qt::WindowCloseButtonHint);
+    window->setObjectName(QStringLiteral("about"));
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    window->setWindowTitle(tables_.text(QStringLiteral("murmela.about.title")));
+    window->setAccessibleName(window->windowTitle());
+    auto* layout = new QVBoxLayout(window);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+    layout->addWidget(new AboutView(tables_, AboutView::defaultLicensesFolder(), window));
+    auto* close = new QShortcut(QKeySequence::Close, window);
+    QObject::connect(close, &QShortcut::activated, window, &QWidget::close);
+    // Settle the size now, so the window is centred with the size it will show.
+    layout->activate();
+    window->adjustSize();
+    return window;
+}
+
+}  // namespace murmela::ui
