@@ -22,7 +22,7 @@ endfunction()
 if(DEFINED ENV{MURMELA_CACHE_DIR})
     set(murmela_voice_cache_default $ENV{MURMELA_CACHE_DIR}/voice)
 else()
-    set(murmela_voice_cache_default ${CMAKE_BINARY_DIR}/voice-cache)
+    set(murmela_voice_cache_default ${PROJECT_SOURCE_DIR}/.cache/voice)
 endif()
 set(MURMELA_VOICE_CACHE ${murmela_voice_cache_default} CACHE PATH
     "Where the voice recipe keeps its trained tables between builds")
