@@ -14,6 +14,14 @@ outputs, so tests can compute every sample they produce:
            phase[k][f] = mel[2][f]                                   (the same for every bin)
 
 The voice makes tones, not speech.
+
+Two more variants share that interface (--variant):
+
+  broken     the test voice plus models that each get one thing wrong, under their own stems
+             (see BROKEN); a test points voice.json's programs at the one it wants.
+  benchmark  models with realistic compute (dense and convolution layers whose results feed
+             every output, so the runtime can't skip them), for timing the code around them.
+             Durations stay predictable: logd = log(1 + ids % 4) + at most 0.001.
 """
 
 import argparse
@@ -159,18 +167,209 @@ def vocoder():
     return model(graph)
 
 
-def voice_description():
+# Broken models, by stem: each differs from the test voice's model in one respect.
+
+
+def without_output(built, name):
+    graph = built.graph
+    keep = [output for output in graph.output if output.name != name]
+    del graph.output[:]
+    graph.output.extend(keep)
+    return built
+
+
+def renamed_output(built, old, new):
+    for node in built.graph.node:
+        node.output[:] = [new if output == old else output for output in node.output]
+    for output in built.graph.output:
+        if output.name == old:
+            output.name = new
+    return built
+
+
+def retyped_output(built, name, element_type):
+    """The output `name` cast to another element type."""
+    graph = built.graph
+    for node in graph.node:
+        node.output[:] = [name + "_original" if output == name else output
+                          for output in node.output]
+    graph.node.append(helper.make_node("Cast", [name + "_original"], [name], to=element_type))
+    for output in graph.output:
+        if output.name == name:
+            output.type.tensor_type.elem_type = element_type
+    return built
+
+
+def sequence_output(built, name):
+    """The output `name` wrapped in a sequence, so it is no tensor."""
+    graph = built.graph
+    for node in graph.node:
+        node.output[:] = [name + "_tensor" if output == name else output
+                          for output in node.output]
+    graph.node.append(helper.make_node("SequenceConstruct", [name + "_tensor"], [name]))
+    keep = [output for output in graph.output if output.name != name]
+    del graph.output[:]
+    graph.output.extend(keep)
+    graph.output.append(helper.make_tensor_sequence_value_info(name, TensorProto.FLOAT, None))
+    return built
+
+
+def short_output(built, name, rows):
+    """The output `name` cut to its first `rows` rows (dimension 1)."""
+    graph = built.graph
+    for node in graph.node:
+        node.output[:] = [name + "_full" if output == name else output for output in node.output]
+    graph.node.extend([
+        ints(name + "_start", [0]), ints(name + "_end", [rows]), ints(name + "_axis", [1]),
+        helper.make_node("Slice", [name + "_full", name + "_start", name + "_end",
+                                   name + "_axis"], [name]),
+    ])
+    for output in graph.output:
+        if output.name == name:
+            output.type.tensor_type.shape.dim[1].dim_value = rows
+    return built
+
+
+BROKEN = {
+    "encoder-no-logd": lambda: without_output(encoder(), "logd"),
+    "encoder-no-e": lambda: without_output(encoder(), "e"),
+    "encoder-logd-sequence": lambda: sequence_output(encoder(), "logd"),
+    "encoder-e-float16": lambda: retyped_output(encoder(), "e", TensorProto.FLOAT16),
+    "encoder-logd-int32": lambda: retyped_output(encoder(), "logd", TensorProto.INT32),
+    "encoder-short-e": lambda: short_output(encoder(), "e", 2),
+    "decoder-no-mel": lambda: renamed_output(decoder(), "mel", "spectrum"),
+    "decoder-mel-float16": lambda: retyped_output(decoder(), "mel", TensorProto.FLOAT16),
+    "vocoder-no-phase": lambda: without_output(vocoder(), "phase"),
+    "vocoder-no-mag": lambda: without_output(vocoder(), "mag"),
+    "vocoder-mag-float32": lambda: retyped_output(vocoder(), "mag", TensorProto.FLOAT),
+    "vocoder-phase-float32": lambda: retyped_output(vocoder(), "phase", TensorProto.FLOAT),
+}
+
+
+def checked(built):
+    onnx.checker.check_model(built)
+    return built
+
+
+# The benchmark voice: the same interface, with work of a realistic order in every model.
+
+def weights(random, rows, columns, scale=1.0):
+    return (random.standard_normal((rows, columns)) * scale / math.sqrt(rows)).astype(np.float32)
+
+
+def dense_layers(prefix, source, sizes, random):
+    """Nodes of a stack of dense layers with tanh, from `source` through the widths `sizes`."""
+    nodes = []
+    current = source
+    for index in range(len(sizes) - 1):
+        name = f"{prefix}{index}"
+        nodes += [
+            const(name + "_w", weights(random, sizes[index], sizes[index + 1])),
+            helper.make_node("MatMul", [current, name + "_w"], [name + "_mm"]),
+            helper.make_node("Tanh", [name + "_mm"], [name + "_out"]),
+        ]
+        current = name + "_out"
+    return nodes, current
+
+
+def benchmark_encoder(random):
+    layers, hidden = dense_layers("layer", "features", [ENC, 1024, 1024, ENC], random)
+    nodes = [
+        const("table", feature_table() / 128.0),
+        const("durations", duration_table()),
+        ints("axis2", [2]),
+        helper.make_node("Gather", ["table", "ids"], ["features"], axis=0),
+        *layers,
+        helper.make_node("Unsqueeze", ["mask", "axis2"], ["mask3"]),
+        helper.make_node("Mul", [hidden, "mask3"], ["e"]),
+        # A small, bounded share of the network in the durations keeps it from being pruned
+        # while the frame counts stay those of the test voice.
+        helper.make_node("ReduceMean", [hidden], ["hidden_mean"], axes=[2], keepdims=0),
+        const("tiny", np.array(0.001, dtype=np.float32)),
+        helper.make_node("Mul", ["hidden_mean", "tiny"], ["wobble"]),
+        helper.make_node("Gather", ["durations", "ids"], ["raw_logd"], axis=0),
+        helper.make_node("Add", ["raw_logd", "wobble"], ["sum_logd"]),
+        helper.make_node("Mul", ["sum_logd", "mask"], ["logd"]),
+    ]
+    graph = helper.make_graph(
+        nodes, "encoder",
+        [helper.make_tensor_value_info("ids", TensorProto.INT32, [1, "B"]),
+         helper.make_tensor_value_info("mask", TensorProto.FLOAT, [1, "B"])],
+        [helper.make_tensor_value_info("e", TensorProto.FLOAT, [1, "B", ENC]),
+         helper.make_tensor_value_info("logd", TensorProto.FLOAT, [1, "B"])])
+    return model(graph)
+
+
+def benchmark_decoder(random):
+    layers, hidden = dense_layers("layer", "x", [ENC + 1, 512, 512, 512, MEL], random)
+    nodes = [
+        *layers,
+        ints("axis1", [1]),
+        helper.make_node("Transpose", [hidden], ["channels"], perm=[0, 2, 1]),
+        helper.make_node("Unsqueeze", ["mask", "axis1"], ["mask3"]),
+        helper.make_node("Mul", ["channels", "mask3"], ["masked"]),
+        helper.make_node("Unsqueeze", ["last", "axis1"], ["last3"]),
+        helper.make_node("Add", ["masked", "last3"], ["mel"]),
+    ]
+    graph = helper.make_graph(
+        nodes, "decoder",
+        [helper.make_tensor_value_info("x", TensorProto.FLOAT, [1, "D", ENC + 1]),
+         helper.make_tensor_value_info("mask", TensorProto.FLOAT, [1, "D"]),
+         helper.make_tensor_value_info("last", TensorProto.FLOAT, [1, "D"])],
+        [helper.make_tensor_value_info("mel", TensorProto.FLOAT, [1, MEL, "D"])])
+    return model(graph)
+
+
+def convolution(name, source, channels_in, channels_out, width, random):
+    kernel = (random.standard_normal((channels_out, channels_in, width))
+              / math.sqrt(channels_in * width)).astype(np.float32)
+    return [
+        const(name + "_w", kernel),
+        helper.make_node("Conv", [source, name + "_w"], [name + "_conv"],
+                         pads=[width // 2, width // 2]),
+        helper.make_node("Tanh", [name + "_conv"], [name + "_out"]),
+    ], name + "_out"
+
+
+def benchmark_vocoder(random):
+    first, hidden1 = convolution("conv0", "mel32", MEL, 256, 7, random)
+    second, hidden2 = convolution("conv1", hidden1, 256, 256, 7, random)
+    third, hidden3 = convolution("conv2", hidden2, 256, 2 * BINS, 1, random)
+    nodes = [
+        helper.make_node("Cast", ["mel"], ["mel32"], to=TensorProto.FLOAT),
+        *first, *second, *third,
+        helper.make_node("Split", [hidden3], ["mag_raw", "phase_raw"], axis=1),
+        helper.make_node("Exp", ["mag_raw"], ["mag32"]),
+        const("pi", np.array(math.pi, dtype=np.float32)),
+        helper.make_node("Mul", ["phase_raw", "pi"], ["phase32"]),
+        helper.make_node("Cast", ["mag32"], ["mag"], to=TensorProto.FLOAT16),
+        helper.make_node("Cast", ["phase32"], ["phase"], to=TensorProto.FLOAT16),
+    ]
+    graph = helper.make_graph(
+        nodes, "vocoder",
+        [helper.make_tensor_value_info("mel", TensorProto.FLOAT16, [1, MEL, "D"])],
+        [helper.make_tensor_value_info("mag", TensorProto.FLOAT16, [1, BINS, "D"]),
+         helper.make_tensor_value_info("phase", TensorProto.FLOAT16, [1, BINS, "D"])])
+    return model(graph)
+
+
+def voice_description(variant="test"):
+    encoder_buckets, decoder_buckets = [32, 128, 512], [256, 1024, 2048]
+    about = "Murmela test voice: predictable tones, not speech."
+    if variant == "benchmark":
+        encoder_buckets, decoder_buckets = [64, 128, 256, 512], [256, 512, 1024, 2048]
+        about = "Murmela benchmark voice: realistic work, noise for sound."
     return {
         "interface": {
             "sampleRate": 24000,
             "hop": 300,
             "nFft": 1024,
             "enc": ENC,
-            "encoderBuckets": [32, 128, 512],
-            "decoderBuckets": [256, 1024, 2048],
+            "encoderBuckets": encoder_buckets,
+            "decoderBuckets": decoder_buckets,
         },
         "programs": {"encoder": "encoder", "decoder": "decoder", "vocoder": "vocoder"},
-        "about": "Murmela test voice: predictable tones, not speech.",
+        "about": about,
     }
 
 
@@ -186,17 +385,26 @@ def copy_espeak_data(source, destination):
         shutil.copyfile(source / relative, target)
 
 
-def write_voice(out, espeak_data):
+def write_voice(out, espeak_data, variant="test"):
     out.mkdir(parents=True, exist_ok=True)
-    onnx.save(encoder(), str(out / "encoder.onnx"))
-    onnx.save(decoder(), str(out / "decoder.onnx"))
-    onnx.save(vocoder(), str(out / "vocoder.onnx"))
+    if variant == "benchmark":
+        random = np.random.RandomState(2024)
+        onnx.save(benchmark_encoder(random), str(out / "encoder.onnx"))
+        onnx.save(benchmark_decoder(random), str(out / "decoder.onnx"))
+        onnx.save(benchmark_vocoder(random), str(out / "vocoder.onnx"))
+    else:
+        onnx.save(encoder(), str(out / "encoder.onnx"))
+        onnx.save(decoder(), str(out / "decoder.onnx"))
+        onnx.save(vocoder(), str(out / "vocoder.onnx"))
+    if variant == "broken":
+        for stem, make in BROKEN.items():
+            onnx.save(checked(make()), str(out / (stem + ".onnx")))
     (out / "vocab.json").write_text(
         json.dumps({"vocab": vocabulary()}, ensure_ascii=False, indent=1) + "\n", encoding="utf-8")
     if espeak_data is not None:
         copy_espeak_data(espeak_data, out / "espeak-ng-data")
     # voice.json last: the build treats it as the stamp of a complete voice.
-    (out / "voice.json").write_text(json.dumps(voice_description(), indent=2) + "\n")
+    (out / "voice.json").write_text(json.dumps(voice_description(variant), indent=2) + "\n")
 
 
 def main(argv):
@@ -204,8 +412,11 @@ def main(argv):
     parser.add_argument("--out", type=pathlib.Path, required=True, help="voice directory to write")
     parser.add_argument("--espeak-data", type=pathlib.Path,
                         help="the system's espeak-ng-data directory to take the English subset from")
+    parser.add_argument("--variant", choices=["test", "broken", "benchmark"], default="test",
+                        help="the predictable test voice (default), it plus broken models, or "
+                             "the benchmark voice")
     args = parser.parse_args(argv)
-    write_voice(args.out, args.espeak_data)
+    write_voice(args.out, args.espeak_data, args.variant)
     return 0
 
 
