@@ -6,6 +6,9 @@ synthesisers.
   intelligibility.py parity OUTDIR       a finished parity run (<id>.f32 files, parity.json)
   intelligibility.py onnx VOICE RUN_ONNX the exported models run outside the app, with the
                                          recipe's copy of the front end and inverse STFT
+  intelligibility.py engine VOICE RENDER_CHUNKS
+                                         the engine's own model runner and inverse STFT, with
+                                         the recipe's copy of the front end
   intelligibility.py check --murmela BIN --resources DIR [--work DIR]
                                          runs the parity mode at speeds 0.75, 1.0 and 1.5,
                                          prints the table and exits 1 when the word error
@@ -83,6 +86,26 @@ def score_onnx(voice_dir, runner, texts, recogniser, speeds=SPEEDS, log=None):
     return table
 
 
+def score_engine(voice_dir, renderer, texts, recogniser, speeds=SPEEDS, log=None):
+    import phonemes
+    frontend = phonemes.Frontend()
+    lines = []
+    for speed in speeds:
+        for i, text in enumerate(texts):
+            lines.append("%s %r %s" % (line_id(i, speed), speed,
+                                       " ".join(map(str, frontend.ids(text)))))
+    with tempfile.TemporaryDirectory() as outdir:
+        printed = subprocess.run([str(renderer), str(voice_dir), outdir],
+                                 input="\n".join(lines) + "\n", check=True,
+                                 capture_output=True, text=True).stdout
+        if log:
+            frames = sum(int(line.split()[1]) for line in printed.splitlines())
+            ms = sum(float(line.split()[2]) for line in printed.splitlines())
+            log("engine: %.1f s of audio in %.0f ms" % (frames * 0.0125, ms))
+        table = score_parity(outdir, texts, recogniser, speeds, log)
+    return {name.replace("murmela", "engine"): value for name, value in table.items()}
+
+
 def score_controls(texts, recogniser):
     table = {}
     for name, samples in references.controls().items():
@@ -109,7 +132,7 @@ def failures(table):
     for name, (wer, correct, _) in table.items():
         if name.startswith("control") and correct != 0:
             problems.append("%s: %d words understood, expected none" % (name, correct))
-    for key in ("murmela 1.00", "onnx 1.00"):
+    for key in ("murmela 1.00", "onnx 1.00", "engine 1.00"):
         if key in table and table[key][0] > LIMIT:
             problems.append("%s: word error rate %.1f %% is above %.0f %%"
                             % (key, table[key][0], LIMIT))
@@ -138,6 +161,10 @@ def main(argv):
     onnx_run.add_argument("voice", type=pathlib.Path)
     onnx_run.add_argument("runner", type=pathlib.Path)
     onnx_run.add_argument("--verbose", action="store_true")
+    engine = sub.add_parser("engine")
+    engine.add_argument("voice", type=pathlib.Path)
+    engine.add_argument("renderer", type=pathlib.Path)
+    engine.add_argument("--verbose", action="store_true")
     check = sub.add_parser("check")
     check.add_argument("--murmela", type=pathlib.Path, required=True)
     check.add_argument("--resources", type=pathlib.Path, required=True)
@@ -153,6 +180,8 @@ def main(argv):
         table.update(score_controls(texts, recogniser))
     elif args.command == "onnx":
         table = score_onnx(args.voice, args.runner, texts, recogniser, log=log)
+    elif args.command == "engine":
+        table = score_engine(args.voice, args.renderer, texts, recogniser, log=log)
     elif args.command == "parity":
         table = score_parity(args.outdir, texts, recogniser, log=log)
     else:
