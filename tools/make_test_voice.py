@@ -50,6 +50,7 @@ SYMBOLS = (
     + ["\u0251", "\u0252", "\u0254", "\u0259", "\u025b", "\u025c", "\u026a", "\u028a",
        "\u028c", "\u00e6", "\u00f0", "\u03b8", "\u014b", "\u0261", "\u0279", "\u0283",
        "\u0292", "\u027e", "\u02a4", "\u02a7", "\u02c8", "\u02cc"]
+    + ["\u1d7b"]  # ᵻ, which espeak-ng writes for the reduced vowel of "-es", "-ed"
 )
 
 
@@ -376,6 +377,10 @@ def voice_description(variant="test"):
 # What espeak-ng needs for the voice "en-us".
 ESPEAK_FILES = ["phontab", "phonindex", "phondata", "phondata-manifest", "intonations",
                 "en_dict", "lang/gmw/en-US", "lang/gmw/en"]
+# The dictionaries of the scripts whose letters make en-us switch to another language. Without
+# them espeak-ng 1.51 reads uninitialised memory on such text (a Telugu letter is enough).
+ESPEAK_FILES += [language + "_dict" for language in
+                 ["bn", "gu", "hi", "hy", "ka", "kn", "ko", "ml", "pa", "si", "ta", "te"]]
 
 
 def copy_espeak_data(source, destination):

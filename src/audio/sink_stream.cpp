@@ -1,0 +1,220 @@
+#include "audio/sink_stream.h"
+
+#include <QAudioDevice>
+#include <QAudioFormat>
+#include <QAudioSink>
+#include <QBuffer>
+#include <QCoreApplication>
+#include <QMediaDevices>
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "audio/sample_feed.h"
+
+namespace murmela {
+namespace {
+
+constexpr int kSampleRate = 24000;
+// How often the played position is checked: the lateness of a completion, at most.
+constexpr std::chrono::milliseconds kPollInterval{5};
+// How long playing may stand still while blocks wait to be heard before the output counts as
+// failed: a server that hangs without closing the connection must not hold an utterance forever.
+constexpr std::chrono::seconds kStallLimit{5};
+
+QAudioFormat playerFormat() {
+    QAudioFormat format;
+    format.setSampleRate(kSampleRate);
+    format.setChannelCount(1);
+    format.setChannelConfig(QAudioFormat::ChannelConfigMono);
+    format.setSampleFormat(QAudioFormat::Float);
+    return format;
+}
+
+QString openFailure(QAudio::Error error) {
+    switch (error) {
+        case QAudio::FatalError:
+            return QStringLiteral("the sound server is not reachable");
+        case QAudio::OpenError:
+            return QStringLiteral("the output device could not be opened");
+        default:
+            return QStringLiteral("the output did not start");
+    }
+}
+
+QString playingFailure(QAudio::Error error) {
+    switch (error) {
+        case QAudio::FatalError:
+            return QStringLiteral("the connection to the sound server was lost");
+        case QAudio::IOError:
+            return QStringLiteral("the output stopped taking samples");
+        case QAudio::NoError:
+            return QStringLiteral("the output stopped playing");
+        default:
+            return QStringLiteral("the output stopped unexpectedly");
+    }
+}
+
+}  // namespace
+
+void SinkStream::bindServerConnectionToThisThread() {
+    const QAudioDevice device = QMediaDevices::defaultAudioOutput();
+    if (device.isNull()) {
+        return;  // without a device no stream ever opens
+    }
+    // A stream with nothing to play, opened and closed at once: silent.
+    QBuffer nothing;
+    nothing.open(QIODevice::ReadOnly);
+    QAudioSink sink(device, playerFormat());
+    sink.start(&nothing);
+    sink.stop();
+}
+
+SinkStream::SinkStream(bool muted)
+    : feed_(new SampleFeed(this)),
+      poller_(this),  // a child, so that it moves to the audio thread too
+      muted_(muted) {
+    poller_.setTimerType(Qt::PreciseTimer);
+    poller_.setInterval(kPollInterval);
+    connect(&poller_, &QTimer::timeout, this, &SinkStream::poll);
+    connect(this, &SinkStream::commandsPosted, this, &SinkStream::runCommands,
+            Qt::QueuedConnection);
+}
+
+void SinkStream::post(std::function<void()> command) {
+    {
+        std::lock_guard lock(mutex_);
+        commands_.push_back(std::move(command));
+    }
+    emit commandsPosted();
+}
+
+std::vector<SinkStream::Report> SinkStream::takeReports() {
+    std::lock_guard lock(mutex_);
+    return std::exchange(reports_, {});
+}
+
+void SinkStream::runCommands() {
+    for (;;) {
+        std::function<void()> command;
+        {
+            std::lock_guard lock(mutex_);
+            if (commands_.empty()) {
+                return;
+            }
+            command = std::move(commands_.front());
+            commands_.pop_front();
+        }
+        command();
+    }
+}
+
+void SinkStream::report(Report report) {
+    {
+        std::lock_guard lock(mutex_);
+        reports_.push_back(std::move(report));
+    }
+    emit reportsReady();
+}
+
+SinkStream::~SinkStream() {
+    // Qt's sink runs pending events as it goes; none of them may reach this object any more.
+    QCoreApplication::removePostedEvents(this);
+    poller_.stop();
+    if (sink_) {
+        sink_->disconnect(this);
+        sink_->stop();
+        delete sink_;
+    }
+}
+
+QString SinkStream::open(int64_t generation) {
+    close();
+    generation_ = generation;
+    const QAudioDevice device = QMediaDevices::defaultAudioOutput();
+    if (device.isNull()) {
+        return QStringLiteral("no output device is available");
+    }
+    // No parent: Qt 6.4 gives the sink's parent its platform part as a child too, which that
+    // parent's end would then delete under the sink.
+    auto* sink = new QAudioSink(device, playerFormat());
+    if (muted_) {
+        sink->setVolume(0.0);
+    }
+    feed_->beginStream();
+    sink->start(feed_);
+    if (sink->isNull() || sink->error() != QAudio::NoError ||
+        sink->state() == QAudio::StoppedState) {
+        const QString problem = sink->isNull() ? QStringLiteral("no output device is available")
+                                               : openFailure(sink->error());
+        sink->deleteLater();
+        return problem;
+    }
+    connect(sink, &QAudioSink::stateChanged, this, &SinkStream::sinkStateChanged);
+    sink_ = sink;
+    lastPlayed_ = 0;
+    lastProgress_ = std::chrono::steady_clock::now();
+    poller_.start();
+    return {};
+}
+
+void SinkStream::close() {
+    poller_.stop();
+    if (QAudioSink* sink = std::exchange(sink_, nullptr)) {
+        // Disconnected first: the stop that follows is no failure.
+        sink->disconnect(this);
+        sink->stop();
+        // Deleted from the event loop, because Qt's sink runs pending events as it goes.
+        sink->deleteLater();
+    }
+}
+
+void SinkStream::poll() {
+    if (!sink_) {
+        return;
+    }
+    feed_->wakeReaderIfWaiting();
+    const QAudio::Error error = sink_->error();
+    if (error == QAudio::FatalError || error == QAudio::IOError || error == QAudio::OpenError) {
+        fail(playingFailure(error));
+        return;
+    }
+    // What the sink reports as played, but never more than the time since the first sample went
+    // out: a block cannot have been heard sooner than it takes to play.
+    const auto now = std::chrono::steady_clock::now();
+    int64_t played = sink_->processedUSecs() * kSampleRate / 1000000;
+    if (const auto first = feed_->firstSampleTime()) {
+        const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(now - *first);
+        played = std::min<int64_t>(played, elapsed.count() * kSampleRate / 1000000);
+    } else {
+        played = 0;
+    }
+    if (played > lastPlayed_ || !feed_->hasUnplayedBlocks()) {
+        lastPlayed_ = played;
+        lastProgress_ = now;
+    } else if (now - lastProgress_ > kStallLimit) {
+        fail(playingFailure(QAudio::NoError));
+        return;
+    }
+    for (int64_t generation : feed_->takePlayed(played)) {
+        report(Report{generation, false, {}});
+    }
+    if (feed_->drained()) {
+        // Everything was heard: let the output rest until the next utterance.
+        close();
+    }
+}
+
+void SinkStream::sinkStateChanged() {
+    if (sink_ && sink_->state() == QAudio::StoppedState) {
+        fail(playingFailure(sink_->error()));
+    }
+}
+
+void SinkStream::fail(const QString& description) {
+    close();
+    report(Report{generation_, true, description});
+}
+
+}  // namespace murmela

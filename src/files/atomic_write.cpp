@@ -1,0 +1,98 @@
+#include "files/atomic_write.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <system_error>
+
+namespace murmela {
+namespace {
+
+[[noreturn]] void fail(const std::filesystem::path& path, int code) {
+    throw std::filesystem::filesystem_error("cannot write", path,
+                                            std::error_code(code, std::generic_category()));
+}
+
+// A hidden name beside the destination that no other writer uses.
+std::filesystem::path scratchName(const std::filesystem::path& destination) {
+    static thread_local std::mt19937_64 generator{std::random_device{}()};
+    char suffix[24];
+    std::snprintf(suffix, sizeof suffix, ".%016llx", static_cast<unsigned long long>(generator()));
+    std::filesystem::path name = destination;
+    name.replace_filename("." + destination.filename().string() + suffix);
+    return name;
+}
+
+// Creates the scratch file; O_EXCL makes a name clash a retry instead of a shared file, and the
+// mode lets the umask give the new file the permissions any new file would get.
+int createScratch(const std::filesystem::path& destination, std::filesystem::path& scratch) {
+    for (int attempt = 0; attempt < 16; ++attempt) {
+        scratch = scratchName(destination);
+        int fd = ::open(scratch.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd >= 0 || errno != EEXIST) {
+            return fd;
+        }
+    }
+    return -1;
+}
+
+// Writes everything or returns the error number.
+int writeAll(int fd, std::span<const uint8_t> bytes) {
+    while (!bytes.empty()) {
+        ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return errno;
+        }
+        bytes = bytes.subspan(static_cast<size_t>(written));
+    }
+    return 0;
+}
+
+// Makes the rename itself durable. The new file is complete and in place by then, so a
+// directory that cannot be flushed does not make the write a failure.
+void flushDirectory(const std::filesystem::path& directory) {
+    int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+
+}  // namespace
+
+void writeFileAtomically(const std::filesystem::path& destination, std::span<const uint8_t> bytes) {
+    if (!destination.has_filename()) {
+        fail(destination, EISDIR);
+    }
+    std::filesystem::path scratch;
+    int fd = createScratch(destination, scratch);
+    if (fd < 0) {
+        fail(destination, errno);
+    }
+    int error = writeAll(fd, bytes);
+    if (error == 0 && ::fsync(fd) != 0) {
+        error = errno;
+    }
+    // close reports late write errors of some file systems (NFS).
+    if (::close(fd) != 0 && error == 0) {
+        error = errno;
+    }
+    if (error == 0 && ::rename(scratch.c_str(), destination.c_str()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        ::unlink(scratch.c_str());
+        fail(destination, error);
+    }
+    std::filesystem::path directory = destination.parent_path();
+    flushDirectory(directory.empty() ? std::filesystem::path(".") : directory);
+}
+
+}  // namespace murmela

@@ -1,0 +1,156 @@
+#include "frontend/phonemizer.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "files/read_file.h"
+#include "frontend/normalise.h"
+#include "frontend/pieces.h"
+#include "frontend/symbols.h"
+#include "frontend/unicode.h"
+#include "frontend/word_tables.h"
+
+namespace murmela {
+namespace {
+
+// Roman numeral signs and circled Latin letters: espeak-ng reads them badly or not at all.
+// U+2183 and U+2184 (reversed C) are ordinary letters and stay.
+bool isUnspeakable(char32_t c) {
+    return (c >= 0x2160 && c <= 0x2182) || (c >= 0x2185 && c <= 0x2188) ||
+           (c >= 0x24B6 && c <= 0x24E9);
+}
+
+// Where to cut `ids` in two: after the candidate nearest the middle (the earlier of two
+// equally near), trying a comma before a space; at the middle when neither gives a cut.
+size_t cutPoint(std::span<const int64_t> ids, std::optional<int64_t> comma,
+                std::optional<int64_t> space) {
+    const size_t n = ids.size();
+    const size_t mid = n / 2;
+    for (const std::optional<int64_t>& candidate : {comma, space}) {
+        if (!candidate) {
+            continue;
+        }
+        std::optional<size_t> best;
+        size_t bestDistance = 0;
+        for (size_t i = 0; i < n; ++i) {
+            if (ids[i] != *candidate) {
+                continue;
+            }
+            const size_t distance = i > mid ? i - mid : mid - i;
+            if (!best || distance < bestDistance) {
+                best = i;
+                bestDistance = distance;
+            }
+        }
+        if (best && *best + 1 < n) {
+            return *best + 1;  // the comma or space ends the left part
+        }
+    }
+    return mid;
+}
+
+void appendChunks(std::span<const int64_t> ids, std::optional<int64_t> comma,
+                  std::optional<int64_t> space, std::vector<std::vector<int64_t>>& chunks) {
+    if (ids.empty()) {
+        return;
+    }
+    if (ids.size() <= Phonemizer::maxChunkIds) {
+        chunks.emplace_back(ids.begin(), ids.end());
+        return;
+    }
+    const size_t cut = cutPoint(ids, comma, space);
+    appendChunks(ids.first(cut), comma, space, chunks);
+    appendChunks(ids.subspan(cut), comma, space, chunks);
+}
+
+}  // namespace
+
+Phonemizer::Phonemizer(const std::filesystem::path& vocabURL, Espeak espeak)
+    : vocab_(std::make_shared<const Vocabulary>(parseVocabulary(readFile(vocabURL)))),
+      espeak_(espeak) {}
+
+std::optional<int64_t> Phonemizer::id(std::u32string_view symbol) const {
+    const auto found = vocab_->find(symbol);
+    if (found == vocab_->end()) {
+        return std::nullopt;
+    }
+    return found->second;
+}
+
+std::vector<int64_t> Phonemizer::ids(std::u32string_view phonemes) const {
+    std::vector<int64_t> out;
+    out.reserve(phonemes.size());
+    for (size_t i = 0; i < phonemes.size();) {
+        const size_t end = symbolEnd(phonemes, i);
+        if (const auto found = vocab_->find(phonemes.substr(i, end - i)); found != vocab_->end()) {
+            out.push_back(found->second);
+        }
+        i = end;
+    }
+    return out;
+}
+
+std::vector<std::u32string_view> Phonemizer::splitSymbols(std::u32string_view text) {
+    std::vector<std::u32string_view> symbols;
+    for (size_t i = 0; i < text.size();) {
+        const size_t end = symbolEnd(text, i);
+        symbols.push_back(text.substr(i, end - i));
+        i = end;
+    }
+    return symbols;
+}
+
+std::vector<std::vector<int64_t>> Phonemizer::splitIds(std::span<const int64_t> ids,
+                                                       std::optional<int64_t> comma,
+                                                       std::optional<int64_t> space) {
+    std::vector<std::vector<int64_t>> chunks;
+    appendChunks(ids, comma, space, chunks);
+    return chunks;
+}
+
+bool Phonemizer::isPassThrough(std::u32string_view piece) {
+    // The eight punctuation symbols are single scalars, and a mark or joiner would make a
+    // symbol of its own that is none of them, so checking scalars checks symbols.
+    return !piece.empty() && std::all_of(piece.begin(), piece.end(), [](char32_t c) {
+        return isPassThroughPunctuation(std::u32string_view(&c, 1));
+    });
+}
+
+std::vector<std::vector<int64_t>> Phonemizer::chunks(std::string_view text) const {
+    const std::optional<int64_t> commaId = id(U",");
+    const std::optional<int64_t> spaceId = id(U" ");
+    std::vector<std::vector<int64_t>> result;
+    for (const std::u32string& sentence : sentences(normalise(text))) {
+        std::u32string out;
+        for (const std::u32string& piece : pieces(sentence)) {
+            if (isPassThrough(piece)) {
+                out.append(piece);  // punctuation sticks to the word before it
+                continue;
+            }
+            const std::u32string phonemes =
+                cleanPhonemes(espeak_.phonemes(blankUnspeakable(piece)));
+            if (phonemes.empty()) {
+                continue;
+            }
+            if (!out.empty() && out.back() != U' ') {
+                out.push_back(U' ');
+            }
+            out.append(phonemes);
+        }
+        const std::vector<int64_t> sentenceIds = ids(trimmingWhitespace(out));
+        appendChunks(sentenceIds, commaId, spaceId, result);
+    }
+    return result;
+}
+
+std::u32string blankUnspeakable(std::u32string_view text) {
+    std::u32string out(text);
+    for (char32_t& c : out) {
+        if (isUnspeakable(c)) {
+            c = U' ';
+        }
+    }
+    return out;
+}
+
+}  // namespace murmela

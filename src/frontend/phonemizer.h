@@ -1,0 +1,73 @@
+#pragma once
+// From text to the token ids the acoustic model reads.
+//
+// A text is normalised and cut into sentences, each sentence into pieces; espeak-ng turns the
+// word pieces into IPA, two fix-up tables bring that to the model's symbols, and the
+// vocabulary maps the symbols to ids, cut into chunks of at most 400 that never span two
+// sentences. Nothing here fails on odd text: what can't be spoken is dropped.
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "frontend/espeak.h"
+#include "frontend/vocabulary.h"
+
+namespace murmela {
+
+// An immutable value; copies share the vocabulary, and any thread may use one.
+class Phonemizer {
+  public:
+    static constexpr size_t maxChunkIds = 400;
+
+    // Loads the vocabulary file. Throws std::filesystem::filesystem_error when it can't be
+    // read, the JSON parser's error (nlohmann::json::parse_error and the like) when it is not
+    // JSON, and VoiceError::damaged("vocab") when it holds no table of ids.
+    Phonemizer(const std::filesystem::path& vocabURL, Espeak espeak);
+
+    // The id chunks of a whole text, in reading order; empty when nothing in it is speakable.
+    std::vector<std::vector<int64_t>> chunks(std::string_view text) const;
+
+    // The id of one symbol, if the vocabulary has it.
+    std::optional<int64_t> id(std::u32string_view symbol) const;
+
+    // The ids of the symbols of `phonemes`; symbols outside the vocabulary are dropped.
+    std::vector<int64_t> ids(std::u32string_view phonemes) const;
+
+    // espeak-ng's IPA for one piece, brought to the model's symbols.
+    static std::u32string cleanPhonemes(std::u32string_view phonemes);
+
+    // The symbols of `text` (a scalar with the marks and joiners that follow it), as views
+    // into it.
+    static std::vector<std::u32string_view> splitSymbols(std::u32string_view text);
+
+    // Cuts ids into chunks of at most maxChunkIds, halving recursively: after the comma
+    // nearest the middle, else after the space nearest it, else at the middle.
+    static std::vector<std::vector<int64_t>> splitIds(std::span<const int64_t> ids,
+                                                      std::optional<int64_t> comma,
+                                                      std::optional<int64_t> space);
+
+    // Whether a piece is punctuation that reaches the model as it is, unphonemised.
+    static bool isPassThrough(std::u32string_view piece);
+
+  private:
+    std::shared_ptr<const Vocabulary> vocab_;
+    Espeak espeak_;
+};
+
+// `text` with every occurrence of `from` replaced by `to`, left to right, matches not
+// overlapping; unchanged when `from` is empty or longer than `text`.
+std::u32string replacing(std::u32string_view text, std::u32string_view from,
+                         std::u32string_view to);
+
+// `text` with the Roman numeral signs and circled Latin letters, which espeak-ng reads badly,
+// turned into spaces; the length stays the same.
+std::u32string blankUnspeakable(std::u32string_view text);
+
+}  // namespace murmela

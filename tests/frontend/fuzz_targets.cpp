@@ -1,0 +1,64 @@
+#include "fuzz_targets.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string_view>
+
+#include "engine/voice_error.h"
+#include "files/read_file.h"
+#include "frontend/phonemizer.h"
+#include "frontend/vocabulary.h"
+
+namespace murmela::fuzzing {
+namespace {
+
+[[noreturn]] void broken(const char* promise) {
+    std::fprintf(stderr, "broken promise: %s\n", promise);
+    std::abort();
+}
+
+struct Voice {
+    explicit Voice(const std::filesystem::path& directory)
+        : phonemizer(directory / "vocab.json", Espeak(directory)) {
+        for (const auto& [symbol, id] : parseVocabulary(readFile(directory / "vocab.json"))) {
+            ids.insert(id);
+        }
+    }
+    Phonemizer phonemizer;
+    std::set<int64_t> ids;
+};
+
+}  // namespace
+
+void chunks(const std::filesystem::path& voice, const uint8_t* data, size_t size) {
+    static const Voice loaded(voice);
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    for (const std::vector<int64_t>& chunk : loaded.phonemizer.chunks(text)) {
+        if (chunk.empty() || chunk.size() > Phonemizer::maxChunkIds) {
+            broken("chunks hold 1 to 400 ids");
+        }
+        for (int64_t id : chunk) {
+            if (!loaded.ids.contains(id)) {
+                broken("every id is the vocabulary's");
+            }
+        }
+    }
+}
+
+void vocabulary(const uint8_t* data, size_t size) {
+    const std::string_view json(reinterpret_cast<const char*>(data), size);
+    try {
+        if (parseVocabulary(json).empty()) {
+            broken("a vocabulary has at least one symbol");
+        }
+    } catch (const nlohmann::json::exception&) {  // the parser's own errors
+    } catch (const VoiceError& error) {
+        if (std::string_view(error.what()) != "voice: vocab unreadable") {
+            broken("a damaged vocabulary is reported as such");
+        }
+    }
+}
+
+}  // namespace murmela::fuzzing
