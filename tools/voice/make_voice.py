@@ -5,9 +5,10 @@ tables of three small ONNX models (see docs/voice-format.md and tools/voice/READ
 
   make_voice.py --out DIR --espeak-data PATH [--ids-tool BIN] [--cache DIR]
 
---ids-tool names a program that prints Murmela's token ids for each line of text on its
-standard input (one line of space-separated ids per line); without it the recipe's own
-approximation of the front end (phonemes.py) is used. --cache keeps the trained tables under a
+--ids-tool names a program (tools/voice/print_ids.cpp) that, given the voice directory (its
+vocab.json and espeak-ng-data are written first), prints Murmela's token ids for each line of
+text on its standard input; without it the recipe's own copy of the front end (phonemes.py)
+is used. --cache keeps the trained tables under a
 key made of everything they depend on, so a second build skips the teacher.
 """
 
@@ -39,8 +40,8 @@ ABOUT = ("Murmela voice: a small voice built from the flite synthesiser's cmu_us
          "three ONNX models. It is not the Kokoro model.")
 
 
-def ids_from_tool(tool, sentences):
-    printed = subprocess.run([str(tool)], input="\n".join(sentences) + "\n", check=True,
+def ids_from_tool(tool, directory, sentences):
+    printed = subprocess.run([str(tool), str(directory)], input="\n".join(sentences) + "\n", check=True,
                              capture_output=True, text=True).stdout.splitlines()
     if len(printed) != len(sentences):
         raise SystemExit("make_voice: %s printed %d lines for %d sentences"
@@ -80,13 +81,17 @@ def voice_description():
     }
 
 
-def write_voice(voice, out, espeak_data):
+def write_front_end_files(out, espeak_data):
     out.mkdir(parents=True, exist_ok=True)
-    export.save_models(voice, out)
     (out / "vocab.json").write_text(
         json.dumps({"vocab": vocabulary()}, ensure_ascii=False, indent=1) + "\n", encoding="utf-8")
     if espeak_data is not None:
         copy_espeak_data(espeak_data, out / "espeak-ng-data")
+
+
+def write_voice(voice, out, espeak_data):
+    write_front_end_files(out, espeak_data)
+    export.save_models(voice, out)
     shutil.copyfile("/usr/share/doc/flite/copyright", out / "flite-copyright.txt")
     # voice.json last: the build treats it as the stamp of a complete voice.
     (out / "voice.json").write_text(json.dumps(voice_description(), indent=2) + "\n")
@@ -103,8 +108,11 @@ def main(argv):
 
     started = time.time()
     sentences = corpus.sentences(intelligibility.sentences())
-    id_lists = (ids_from_tool(args.ids_tool, sentences) if args.ids_tool
-                else ids_from_recipe(sentences))
+    if args.ids_tool:
+        write_front_end_files(args.out, args.espeak_data)
+        id_lists = ids_from_tool(args.ids_tool, args.out, sentences)
+    else:
+        id_lists = ids_from_recipe(sentences)
     cached = None
     if args.cache:
         cached = args.cache / ("murmela-voice-" + cache_key(sentences, id_lists) + ".npz")
