@@ -77,7 +77,6 @@ def pitch(samples, low=60.0, high=300.0):
     chunk = frames(low_passed, HOP, span) * np.hanning(span)
     power = np.fft.rfft(chunk, 2 * span)
     auto = np.fft.irfft(np.abs(power) ** 2)[:, :span]
-    lags = np.arange(span)
     norm = auto[:, :1] + 1e-12
     # Unbiased by the window's own autocorrelation.
     own = np.fft.irfft(np.abs(np.fft.rfft(np.hanning(span), 2 * span)) ** 2)[:span]

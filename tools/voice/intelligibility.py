@@ -10,8 +10,9 @@ synthesisers.
                                          the engine's own model runner and inverse STFT, with
                                          the front end's ids from PRINT_IDS (else the recipe's
                                          copy of the front end); exits 1 like check
-  intelligibility.py check --murmela BIN --resources DIR [--work DIR]
-                                         runs the parity mode at speeds 0.75, 1.0 and 1.5,
+  intelligibility.py check --murmela BIN --resources DIR [--voice DIR] [--work DIR]
+                                         runs the parity mode at speeds 0.75, 1.0 and 1.5
+                                         (with --voice in place of the resources' Voice),
                                          prints the table and exits 1 when the word error
                                          rate at speed 1.0 is above the limit or a control
                                          is understood at all
@@ -148,6 +149,17 @@ def failures(table):
     return problems
 
 
+def resources_with_voice(resources, voice, work):
+    """A resource directory like `resources` whose Voice is `voice` (links, nothing copied)."""
+    tree = pathlib.Path(work) / "resources"
+    tree.mkdir(parents=True, exist_ok=True)
+    for entry in pathlib.Path(resources).iterdir():
+        if entry.name != "Voice":
+            (tree / entry.name).symlink_to(entry.resolve())
+    (tree / "Voice").symlink_to(pathlib.Path(voice).resolve())
+    return tree
+
+
 def run_parity(murmela, resources, work, texts):
     lines = pathlib.Path(work) / "lines.json"
     lines.write_text(json.dumps(lines_document(texts)), encoding="utf-8")
@@ -178,6 +190,7 @@ def main(argv):
     check = sub.add_parser("check")
     check.add_argument("--murmela", type=pathlib.Path, required=True)
     check.add_argument("--resources", type=pathlib.Path, required=True)
+    check.add_argument("--voice", type=pathlib.Path)
     check.add_argument("--work", type=pathlib.Path)
     check.add_argument("--verbose", action="store_true")
     args = parser.parse_args(argv)
@@ -199,7 +212,10 @@ def main(argv):
         with tempfile.TemporaryDirectory() as scratch:
             work = args.work or pathlib.Path(scratch)
             work.mkdir(parents=True, exist_ok=True)
-            outdir = run_parity(args.murmela, args.resources, work, texts)
+            resources = args.resources
+            if args.voice:
+                resources = resources_with_voice(args.resources, args.voice, work)
+            outdir = run_parity(args.murmela, resources, work, texts)
             table = score_parity(outdir, texts, recogniser, log=log)
         table.update(score_controls(texts, recogniser))
     print_table(table)
