@@ -7,7 +7,6 @@ import pathlib
 import sys
 import time
 
-
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 
