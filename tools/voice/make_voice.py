@@ -71,6 +71,13 @@ def cache_key(sentences, id_lists):
     return digest.hexdigest()[:24]
 
 
+def prune(cache, keep=4):
+    """Keeps the newest few trained tables: other checkouts may still want theirs."""
+    tables = sorted(cache.glob("murmela-voice-*.npz"), key=lambda p: p.stat().st_mtime)
+    for stale in tables[:-keep]:
+        stale.unlink(missing_ok=True)
+
+
 def voice_description():
     return {
         "interface": {"sampleRate": synth.RATE, "hop": synth.HOP, "nFft": synth.NFFT,
@@ -127,6 +134,7 @@ def main(argv):
             partial = cached.with_suffix(".part.npz")
             train.save(voice, partial)
             partial.replace(cached)
+            prune(args.cache)
     if args.tables:
         train.save(voice, args.tables)
     write_voice(voice, args.out, args.espeak_data)
