@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -36,6 +37,20 @@ void writeText(const std::filesystem::path& path, const std::string& content) {
     if (!out) {
         throw std::runtime_error("cannot write " + path.string());
     }
+}
+
+}  // namespace murmela::testing
+
+namespace murmela::testing {
+
+std::string readText(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        throw std::runtime_error("cannot read " + path.string());
+    }
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
 }
 
 }  // namespace murmela::testing

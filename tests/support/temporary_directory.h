@@ -26,4 +26,7 @@ private:
 // Writes `content` to `path`, creating parent directories.
 void writeText(const std::filesystem::path& path, const std::string& content);
 
+// The whole content of `path`; throws when it can't be read.
+std::string readText(const std::filesystem::path& path);
+
 }  // namespace murmela::testing

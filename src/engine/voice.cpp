@@ -1,0 +1,49 @@
+#include "engine/voice.h"
+
+#include <string>
+#include <vector>
+
+#include "engine/chunk_split.h"
+#include "engine/too_long.h"
+#include "engine/voice_error.h"
+#include "engine/voice_files.h"
+#include "logging/log.h"
+
+namespace murmela {
+
+Voice::Voice(const std::filesystem::path& directory)
+    : phonemizer_(directory / "vocab.json", Espeak(directory)),
+      model_(std::make_unique<VoiceModel>(VoiceFiles(directory))) {}
+
+SynthesisResult Voice::synthesize(std::span<const int64_t> ids, double speed) {
+    int64_t frames = 0;
+    try {
+        return model_->synthesizeChunk(ids, speed);
+    } catch (const TooLong& tooLong) {
+        frames = tooLong.frames;
+    }
+    const auto count = static_cast<int64_t>(ids.size());
+    if (count <= 1) {
+        throw VoiceError::failed(std::to_string(frames) + " frames for one id");
+    }
+    const std::vector<int64_t>& buckets = model_->decoderBuckets();
+    const int64_t last = buckets.empty() ? 0 : buckets.back();
+    log::info("voice: " + std::to_string(frames) + " frames is past " + std::to_string(last) +
+              "; splitting the chunk");
+
+    std::vector<int64_t> separators;
+    for (std::u32string_view symbol : {std::u32string_view(U","), std::u32string_view(U" ")}) {
+        if (std::optional<int64_t> id = phonemizer_.id(symbol)) {
+            separators.push_back(*id);
+        }
+    }
+    const auto split = static_cast<size_t>(splitIndex(ids, separators));
+    SynthesisResult left = synthesize(ids.first(split), speed);
+    SynthesisResult right = synthesize(ids.subspan(split), speed);
+    left.frameCounts.insert(left.frameCounts.end(), right.frameCounts.begin(),
+                            right.frameCounts.end());
+    left.samples.insert(left.samples.end(), right.samples.begin(), right.samples.end());
+    return left;
+}
+
+}  // namespace murmela

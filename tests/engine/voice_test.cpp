@@ -1,0 +1,166 @@
+// Opening a voice and synthesising through it, with chunks split when the decoder can't hold
+// them. Runs the test voice's real models with small decoder buckets.
+
+#include "engine/voice.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "engine/voice_error.h"
+#include "logging/log.h"
+#include "support/temporary_directory.h"
+#include "support/test_voice.h"
+
+namespace murmela {
+namespace {
+
+using nlohmann::json;
+
+// Ids of the test voice (vocab.json): "," lasts 6 frames, " " and "a" 2 frames each.
+constexpr int64_t comma = 7;
+constexpr int64_t space = 40;
+constexpr int64_t letter = 61;
+
+class VoiceTest : public ::testing::Test {
+protected:
+    void SetUp() override { testing::copyTestVoice(directory.path()); }
+
+    void setBuckets(std::vector<int64_t> encoder, std::vector<int64_t> decoder) {
+        json description = json::parse(testing::readText(directory / "voice.json"));
+        description["interface"]["encoderBuckets"] = encoder;
+        description["interface"]["decoderBuckets"] = decoder;
+        testing::writeText(directory / "voice.json", description.dump());
+    }
+
+    std::vector<std::string> logged;
+    log::Capture capture{[this](log::Level, const std::string& line) { logged.push_back(line); }};
+    testing::TemporaryDirectory directory;
+};
+
+std::vector<int64_t> lettersWith(size_t count, int64_t separator, std::vector<size_t> at) {
+    std::vector<int64_t> ids(count, letter);
+    for (size_t position : at) {
+        ids[position] = separator;
+    }
+    return ids;
+}
+
+TEST_F(VoiceTest, AChunkThatFitsIsSynthesisedWholeWithoutALogLine) {
+    Voice voice(directory.path());
+    std::vector<int64_t> ids = lettersWith(40, comma, {10, 30});
+    SynthesisResult whole = voice.synthesize(ids, 1.0);
+    SynthesisResult direct = voice.model().synthesizeChunk(ids, 1.0);
+    EXPECT_EQ(whole.frameCounts, direct.frameCounts);
+    EXPECT_EQ(whole.samples, direct.samples);
+    EXPECT_EQ(whole.frameCounts.size(), 42u);
+    EXPECT_TRUE(logged.empty());
+}
+
+TEST_F(VoiceTest, TooManyFramesSplitsAfterTheCommaNearestTheMiddleAndJoinsThePartsAsTheyAre) {
+    // 92 frames in all; the last bucket (not the largest) is the one the log line names.
+    setBuckets({512}, {64, 32});
+    Voice voice(directory.path());
+    std::vector<int64_t> ids = lettersWith(40, comma, {10, 30});
+    SynthesisResult split = voice.synthesize(ids, 1.0);
+
+    // Commas at 10 and 30 are equally near the middle: the earlier wins, and the right part
+    // (66 frames) is split again after its own comma.
+    std::span<const int64_t> all(ids);
+    std::vector<SynthesisResult> parts = {voice.model().synthesizeChunk(all.subspan(0, 11), 1.0),
+                                          voice.model().synthesizeChunk(all.subspan(11, 20), 1.0),
+                                          voice.model().synthesizeChunk(all.subspan(31), 1.0)};
+    std::vector<int64_t> counts;
+    std::vector<float> samples;
+    for (const SynthesisResult& part : parts) {
+        counts.insert(counts.end(), part.frameCounts.begin(), part.frameCounts.end());
+        samples.insert(samples.end(), part.samples.begin(), part.samples.end());
+    }
+    EXPECT_EQ(split.frameCounts, counts);
+    EXPECT_EQ(split.frameCounts.size(), ids.size() + 3 * 2);
+    EXPECT_EQ(split.samples, samples);
+    EXPECT_EQ(logged,
+              (std::vector<std::string>{"voice: 92 frames is past 32; splitting the chunk",
+                                        "voice: 66 frames is past 32; splitting the chunk"}));
+}
+
+TEST_F(VoiceTest, WithoutCommasTheSpaceNearestTheMiddleSplits) {
+    setBuckets({512}, {64});
+    Voice voice(directory.path());
+    std::vector<int64_t> ids = lettersWith(40, space, {3, 25});
+    SynthesisResult split = voice.synthesize(ids, 1.0);
+    // Parts of 26 and 14 ids: a + b + 4 frame counts.
+    ASSERT_EQ(split.frameCounts.size(), 26u + 14u + 4u);
+    SynthesisResult left = voice.model().synthesizeChunk(std::span(ids).first(26), 1.0);
+    EXPECT_TRUE(
+        std::equal(left.frameCounts.begin(), left.frameCounts.end(), split.frameCounts.begin()));
+    const int64_t frames =
+        std::accumulate(split.frameCounts.begin(), split.frameCounts.end(), int64_t{0});
+    EXPECT_EQ(split.samples.size(), static_cast<size_t>(frames * 300));
+}
+
+TEST_F(VoiceTest, OneIdTooLongForTheDecoderIsAnError) {
+    setBuckets({512}, {8});
+    Voice voice(directory.path());
+    try {
+        voice.synthesize(std::vector<int64_t>{comma}, 1.0);  // 2 + 6 + 2 frames
+        FAIL() << "expected an error";
+    } catch (const VoiceError& error) {
+        EXPECT_STREQ(error.what(), "voice: 10 frames for one id");
+    }
+    // Two such ids are split once, and then the first part fails the same way.
+    EXPECT_THROW(voice.synthesize(std::vector<int64_t>{comma, comma}, 1.0), VoiceError);
+    EXPECT_EQ(logged.size(), 1u);
+}
+
+TEST_F(VoiceTest, OtherErrorsArePassedOnWithoutSplitting) {
+    setBuckets({8}, {64});
+    Voice voice(directory.path());
+    try {
+        voice.synthesize(lettersWith(20, comma, {5}), 1.0);
+        FAIL() << "expected an error";
+    } catch (const VoiceError& error) {
+        EXPECT_STREQ(error.what(), "voice: 22 ids is past the encoder");
+    }
+    EXPECT_TRUE(logged.empty());
+}
+
+TEST_F(VoiceTest, OpeningChecksEspeakThenTheVocabularyThenTheModels) {
+    testing::writeText(directory / "voice.json", "{}");
+    std::filesystem::remove(directory / "vocab.json");
+    std::filesystem::rename(directory / "espeak-ng-data", directory / "moved");
+    // espeak-ng's data is checked before the vocabulary.
+    try {
+        Voice voice(directory.path());
+        FAIL() << "expected an error";
+    } catch (const VoiceError& error) {
+        EXPECT_STREQ(error.what(), "voice: espeak-ng data unreadable");
+    }
+    // The vocabulary is read before voice.json is looked at.
+    std::filesystem::rename(directory / "moved", directory / "espeak-ng-data");
+    EXPECT_THROW(Voice{directory.path()}, std::filesystem::filesystem_error);
+}
+
+TEST_F(VoiceTest, TextBecomesSamplesThroughThePhonemizer) {
+    Voice voice(directory.path());
+    std::vector<std::vector<int64_t>> chunks =
+        voice.phonemizer().chunks("Hello there, my friend. This is Murmela, speaking slowly!");
+    ASSERT_EQ(chunks.size(), 2u);
+    for (const std::vector<int64_t>& chunk : chunks) {
+        SynthesisResult result = voice.synthesize(chunk, 1.25);
+        EXPECT_EQ(result.frameCounts.size(), chunk.size() + 2);
+        const int64_t frames =
+            std::accumulate(result.frameCounts.begin(), result.frameCounts.end(), int64_t{0});
+        ASSERT_EQ(result.samples.size(), static_cast<size_t>(frames * 300));
+        EXPECT_TRUE(std::all_of(result.samples.begin(), result.samples.end(),
+                                [](float sample) { return std::isfinite(sample); }));
+        EXPECT_GT(*std::max_element(result.samples.begin(), result.samples.end()), 0.01f);
+    }
+}
+
+}  // namespace
+}  // namespace murmela
