@@ -6,10 +6,10 @@ synthesisers.
   intelligibility.py parity OUTDIR       a finished parity run (<id>.f32 files, parity.json)
   intelligibility.py onnx VOICE RUN_ONNX the exported models run outside the app, with the
                                          recipe's copy of the front end and inverse STFT
-  intelligibility.py engine VOICE RENDER_CHUNKS [--ids-tool PRINT_IDS]
-                                         the engine's own model runner and inverse STFT, with
-                                         the front end's ids from PRINT_IDS (else the recipe's
-                                         copy of the front end); exits 1 like check
+  intelligibility.py engine VOICE RENDER_TEXT
+                                         the engine as the program uses it (phonemizer, model
+                                         runner, splitting, inverse STFT) through
+                                         tools/voice/render_text; exits 1 like check
   intelligibility.py check --murmela BIN --resources DIR [--voice DIR] [--work DIR]
                                          runs the parity mode at speeds 0.75, 1.0 and 1.5
                                          (with --voice in place of the resources' Voice),
@@ -88,22 +88,9 @@ def score_onnx(voice_dir, runner, texts, recogniser, speeds=SPEEDS, log=None):
     return table
 
 
-def front_end_ids(texts, voice_dir, ids_tool):
-    if ids_tool is None:
-        import phonemes
-        frontend = phonemes.Frontend()
-        return [" ".join(map(str, frontend.ids(text))) for text in texts]
-    printed = subprocess.run([str(ids_tool), str(voice_dir)], input="\n".join(texts) + "\n",
-                             check=True, capture_output=True, text=True).stdout
-    return printed.splitlines()
-
-
-def score_engine(voice_dir, renderer, texts, recogniser, ids_tool=None, speeds=SPEEDS, log=None):
-    ids = front_end_ids(texts, voice_dir, ids_tool)
-    lines = []
-    for speed in speeds:
-        for i, line in enumerate(ids):
-            lines.append("%s %r %s" % (line_id(i, speed), speed, line))
+def score_engine(voice_dir, renderer, texts, recogniser, speeds=SPEEDS, log=None):
+    lines = ["%s %r %s" % (line_id(i, speed), speed, text)
+             for speed in speeds for i, text in enumerate(texts)]
     with tempfile.TemporaryDirectory() as outdir:
         printed = subprocess.run([str(renderer), str(voice_dir), outdir],
                                  input="\n".join(lines) + "\n", check=True,
@@ -185,7 +172,6 @@ def main(argv):
     engine = sub.add_parser("engine")
     engine.add_argument("voice", type=pathlib.Path)
     engine.add_argument("renderer", type=pathlib.Path)
-    engine.add_argument("--ids-tool", type=pathlib.Path)
     engine.add_argument("--verbose", action="store_true")
     check = sub.add_parser("check")
     check.add_argument("--murmela", type=pathlib.Path, required=True)
@@ -204,7 +190,7 @@ def main(argv):
     elif args.command == "onnx":
         table = score_onnx(args.voice, args.runner, texts, recogniser, log=log)
     elif args.command == "engine":
-        table = score_engine(args.voice, args.renderer, texts, recogniser, args.ids_tool, log=log)
+        table = score_engine(args.voice, args.renderer, texts, recogniser, log=log)
         table.update(score_controls(texts, recogniser))
     elif args.command == "parity":
         table = score_parity(args.outdir, texts, recogniser, log=log)
