@@ -33,11 +33,11 @@ endif()
 set(MURMELA_VOICE_CACHE ${murmela_voice_cache_default} CACHE PATH
     "Where the voice recipe keeps its trained tables between builds")
 
-# murmela_voice(<target> <directory> [IDS_TOOL <target>]): the voice, written to <directory>,
-# and the tables it was exported from to <directory>.tables.npz (the export check reads them).
-# With IDS_TOOL the recipe takes its token ids from that program (Murmela's own front end).
+# murmela_voice(<target> <directory> [IDS_TOOL <target>] [TABLES <file>]): the voice, written
+# to <directory>. With IDS_TOOL the recipe takes its token ids from that program (Murmela's own
+# front end); with TABLES it also keeps the trained tables there (the export check reads them).
 function(murmela_voice target directory)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "" "IDS_TOOL" "")
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "IDS_TOOL;TABLES" "")
     file(GLOB recipe CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/voice/*.py)
     set(sources ${recipe} ${PROJECT_SOURCE_DIR}/tools/voice/test_sentences.txt
         ${PROJECT_SOURCE_DIR}/tools/make_test_voice.py)
@@ -46,16 +46,20 @@ function(murmela_voice target directory)
         set(ids_arguments --ids-tool $<TARGET_FILE:${arg_IDS_TOOL}>)
         list(APPEND sources ${arg_IDS_TOOL})
     endif()
+    set(tables_arguments "")
+    if(arg_TABLES)
+        set(tables_arguments --tables ${arg_TABLES})
+    endif()
     add_custom_command(
         OUTPUT ${directory}/voice.json
-        BYPRODUCTS ${directory}.tables.npz
+        BYPRODUCTS ${arg_TABLES}
         COMMAND ${CMAKE_COMMAND} -E rm -rf ${directory}
         # In a sanitizer build the ids tool is instrumented too; espeak-ng's process-wide
         # allocations are not this build step's concern.
         COMMAND ${CMAKE_COMMAND} -E env ASAN_OPTIONS=detect_leaks=0
             ${MURMELA_PYTHON} ${PROJECT_SOURCE_DIR}/tools/voice/make_voice.py
             --out ${directory} --espeak-data ${MURMELA_ESPEAK_DATA}
-            --cache ${MURMELA_VOICE_CACHE} --tables ${directory}.tables.npz ${ids_arguments}
+            --cache ${MURMELA_VOICE_CACHE} ${tables_arguments} ${ids_arguments}
         DEPENDS ${sources}
         COMMENT "Building the voice in ${directory} (minutes when its tables are not cached)"
         VERBATIM)
