@@ -3,8 +3,8 @@ voice: espeak-ng (en-us, IPA with "^" as tie) through the same library call, the
 fix-up tables, the syllabic-mark rule and the split into symbols.
 
 This is an approximation for the build only: sentence splitting and word rewriting are kept
-simple. When a Murmela build is at hand, tools/voice/build.py takes the token ids from the
-program's own front end instead (see dump_ids in tools/).
+simple. When a Murmela build is at hand, make_voice.py takes the token ids from the
+program's own front end instead (print_ids.cpp).
 """
 
 import ctypes
