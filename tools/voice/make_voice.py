@@ -58,7 +58,7 @@ def ids_from_recipe(sentences):
 # The modules the trained tables depend on (the export and the checks do not change them; the
 # token ids are part of the key themselves).
 TRAINING = ["align.py", "analysis.py", "corpus.py", "layout.py", "targets.py",
-            "teacher.py", "texts.py", "train.py", "vocabulary.py", "../make_test_voice.py"]
+            "teacher.py", "texts.py", "train.py", "vocabulary.py"]
 
 
 def cache_key(sentences, id_lists):
@@ -67,6 +67,7 @@ def cache_key(sentences, id_lists):
         digest.update((HERE / name).read_bytes())
     for path in texts.SOURCES:
         digest.update(pathlib.Path(path).read_bytes())
+    digest.update(json.dumps(vocabulary(), sort_keys=True).encode("utf-8"))
     digest.update(subprocess.run(["flite", "--version"], capture_output=True).stdout)
     digest.update(json.dumps([sentences, id_lists]).encode("utf-8"))
     return digest.hexdigest()[:24]
