@@ -1,43 +1,42 @@
-// For now the program opens the bundled voice and prints the IPA of its arguments.
+// The program's entry: the start-up decision between the parity mode and interactive use.
 
-#include <exception>
+#include <QCoreApplication>
+#include <QThreadPool>
 #include <iostream>
-#include <string>
 
+#include "app/parity_exit.h"
+#include "app/settings.h"
 #include "build_info.h"
-#include "engine/voice_error.h"
-#include "engine/voice_files.h"
-#include "frontend/espeak.h"
-#include "frontend/unicode.h"
-#include "logging/log.h"
+
+namespace {
+
+using namespace murmela;
+
+// The batch run. Headless on purpose: an event loop to receive the exit code and nothing that
+// needs a display. The run itself goes to the global thread pool; the main thread only waits.
+int runParityMode(int& argc, char** argv, const ArgumentDomain& arguments) {
+    QCoreApplication application(argc, argv);
+    QThreadPool::globalInstance()->start([arguments] { runParityAndExit(arguments); });
+    const int code = QCoreApplication::exec();
+    QThreadPool::globalInstance()->waitForDone();
+    return code;
+}
+
+// Interactive use.
+int runInteractive(int& /*argc*/, char** /*argv*/, const ArgumentDomain& /*arguments*/) {
+    std::cout << buildinfo::appName << ' ' << buildinfo::version
+              << ": the windowed application is not built yet; the parity mode runs with "
+                 "-murmela.parity OUTDIR -murmela.lines FILE\n";
+    return 0;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-    using namespace murmela;
-    std::cout << buildinfo::appName << ' ' << buildinfo::version << " (" << buildinfo::build
-              << ")\n";
-    try {
-        std::optional<VoiceFiles> files = VoiceFiles::locate();
-        if (!files) {
-            throw VoiceError::missing("Voice/");
-        }
-        VoiceInterface interface = files->readInterface();
-        for (const char* name : {"encoder", "decoder", "vocoder"}) {
-            files->loadModel(name, ComputeUnits::cpuOnly, interface.programs);
-        }
-        Espeak espeak(files->directory());
-        std::string text;
-        for (int i = 1; i < argc; ++i) {
-            text += (i > 1 ? " " : "") + std::string(argv[i]);
-        }
-        if (text.empty()) {
-            text = "Hello from Murmela.";
-        }
-        std::cout << "voice: " << files->directory().string() << '\n'
-                  << "text:  " << text << '\n'
-                  << "IPA:   " << encodeUtf8(espeak.phonemes(decodeUtf8(text))) << '\n';
-    } catch (const std::exception& error) {
-        log::error("murmelaMain", error.what());
-        return 1;
+    const ArgumentDomain arguments = ArgumentDomain::fromCommandLine(argc, argv);
+    // Decided before any application object exists, so the batch run needs no display.
+    if (SettingsStore::standard(arguments).value("murmela.parity")) {
+        return runParityMode(argc, argv, arguments);
     }
-    return 0;
+    return runInteractive(argc, argv, arguments);
 }

@@ -30,6 +30,7 @@ TEST(Licenses, StagedFolderHoldsTheLicenceOfEverythingShipped) {
         {"fftw3.txt", "FFTW"},
         {"icu.txt", "ICU"},
         {"nlohmann-json.txt", "nlohmann"},
+        {"flite-cmu_us_rms.txt", "Carnegie Mellon"},
         {"Kokoro-82M.txt", "Kokoro-82M"},
     };
     for (const auto& licence : expected) {

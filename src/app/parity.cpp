@@ -1,0 +1,173 @@
+#include "app/parity.h"
+
+#include <bit>
+#include <chrono>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "app/milliseconds.h"
+#include "app/parity_lines.h"
+#include "build_info.h"
+#include "engine/voice_error.h"
+#include "engine/voice_files.h"
+#include "files/write_file.h"
+#include "frontend/unicode.h"
+#include "logging/log.h"
+
+namespace murmela {
+namespace {
+
+using nlohmann::json;
+using Clock = std::chrono::steady_clock;
+
+constexpr int64_t sampleRate = 24000;
+
+std::span<const uint8_t> bytesOf(std::string_view text) {
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+void writeSamples(const std::filesystem::path& path, std::vector<float>& samples) {
+    if constexpr (std::endian::native == std::endian::big) {
+        for (float& sample : samples) {
+            auto bits = std::bit_cast<uint32_t>(sample);
+            sample = std::bit_cast<float>(__builtin_bswap32(bits));
+        }
+    }
+    writeFile(path,
+              {reinterpret_cast<const uint8_t*>(samples.data()), samples.size() * sizeof(float)});
+}
+
+// One line: its chunks synthesised in order, its samples written, its record returned. The
+// samples live only while the line is worked on.
+json renderLine(Voice& voice, const ParityLine& line, const std::filesystem::path& outDir) {
+    const Clock::time_point start = Clock::now();
+    std::vector<std::vector<int64_t>> chunks = voice.phonemizer().chunks(line.text);
+    std::vector<float> samples;
+    json chunkRecords = json::array();
+    std::optional<Clock::time_point> firstAudio;
+    for (const std::vector<int64_t>& chunk : chunks) {
+        SynthesisResult result = voice.synthesize(chunk, line.speed);
+        samples.insert(samples.end(), result.samples.begin(), result.samples.end());
+        chunkRecords.push_back({{"ids", chunk}, {"durations", std::move(result.frameCounts)}});
+        if (!firstAudio) {
+            firstAudio = Clock::now();
+        }
+    }
+    const Clock::time_point end = Clock::now();
+    const auto sampleCount = static_cast<int64_t>(samples.size());
+    writeSamples(outDir / (line.id + ".f32"), samples);
+
+    const int64_t renderMs = roundedMilliseconds(millisecondsBetween(start, end));
+    return {
+        {"id", line.id},
+        {"speed", line.reportedSpeed},
+        {"chunks", std::move(chunkRecords)},
+        {"samples", sampleCount},
+        {"renderMs", renderMs},
+        {"firstAudioMs",
+         firstAudio ? roundedMilliseconds(millisecondsBetween(start, *firstAudio)) : renderMs},
+        {"audioMs", sampleCount * 1000 / sampleRate},
+    };
+}
+
+// A setting's text; an empty one counts as missing, since it names no file.
+std::optional<std::string> pathSetting(const SettingsStore& settings, std::string_view key) {
+    std::optional<QVariant> value = settings.value(key);
+    if (!value) {
+        return std::nullopt;
+    }
+    std::string text = value->toString().toStdString();
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    return text;
+}
+
+// The path made absolute against the working directory and without a trailing separator, as
+// the log line shows it.
+std::filesystem::path fullPath(const std::string& given) {
+    std::error_code error;
+    std::filesystem::path path = std::filesystem::absolute(given, error);
+    if (error) {
+        path = given;
+    }
+    while (!path.has_filename() && path.has_relative_path()) {
+        path = path.parent_path();
+    }
+    return path;
+}
+
+// An error's text as it goes to the log and "error.txt": valid UTF-8 even when the message
+// quotes bytes of a file that is not.
+std::string description(const char* what) {
+    return encodeUtf8(decodeUtf8(what));
+}
+
+void recordFailure(const std::filesystem::path& outDir, const std::string& text) {
+    log::info("parity failed: " + text);
+    std::error_code ignored;
+    std::filesystem::create_directories(outDir, ignored);
+    try {
+        writeFile(outDir / "error.txt", bytesOf(text));
+    } catch (const std::filesystem::filesystem_error&) {
+        // Nowhere left to say it; the log line and the exit code stand.
+    }
+}
+
+}  // namespace
+
+size_t writeParityReport(Voice& voice, const std::filesystem::path& linesFile,
+                         const std::filesystem::path& outDir, int64_t loadMs, const json& info) {
+    std::filesystem::create_directories(outDir);
+    const std::vector<ParityLine> lines = readParityLines(linesFile);
+    json records = json::array();
+    for (const ParityLine& line : lines) {
+        records.push_back(renderLine(voice, line, outDir));
+    }
+    json report = info;
+    report["loadMs"] = loadMs;
+    report["lines"] = std::move(records);
+    writeFile(outDir / "parity.json", bytesOf(report.dump(2)));
+    return lines.size();
+}
+
+int runParity(const SettingsStore& settings) {
+    const std::optional<std::string> outValue = pathSetting(settings, "murmela.parity");
+    const std::optional<std::string> linesValue = pathSetting(settings, "murmela.lines");
+    if (!outValue || !linesValue) {
+        log::info("parity: needs -murmela.parity OUTDIR and -murmela.lines FILE");
+        return 2;
+    }
+    const std::filesystem::path outDir = fullPath(*outValue);
+    const std::filesystem::path linesFile = fullPath(*linesValue);
+    try {
+        // The resources always name a voice directory here; one that is not there at all gets
+        // a plainer message than the first file that opening it would miss.
+        std::optional<VoiceFiles> files = VoiceFiles::locate();
+        std::error_code error;
+        if (!files || !std::filesystem::is_directory(files->directory(), error)) {
+            throw VoiceError::missing("Voice/");
+        }
+        const Clock::time_point before = Clock::now();
+        Voice voice(files->directory());
+        const int64_t loadMs = truncatedMilliseconds(millisecondsBetween(before, Clock::now()));
+
+        const json info = {
+            {"app", buildinfo::appName},
+            {"version", buildinfo::version},
+            {"build", buildinfo::build},
+        };
+        const size_t count = writeParityReport(voice, linesFile, outDir, loadMs, info);
+        log::info("parity: " + std::to_string(count) + " lines -> " + outDir.string());
+        return 0;
+    } catch (const std::exception& failure) {
+        recordFailure(outDir, description(failure.what()));
+    } catch (...) {
+        recordFailure(outDir, "unknown error");
+    }
+    return 1;
+}
+
+}  // namespace murmela

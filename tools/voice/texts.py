@@ -1,0 +1,77 @@
+"""Teacher text: plain English sentences taken from freely licensed documentation that Debian
+installs, chosen so that the voice's sounds and sound pairs are all covered.
+
+Sources (the licence of each is in the named package's copyright file):
+  /usr/share/doc/flite/examples/alice  the first two chapters of Alice's Adventures in
+                                       Wonderland, package flite, public domain
+  /usr/share/vim/vim90/doc/usr_*.txt   Vim user manual, package vim-runtime,
+                                       Open Publication License 1.0 or later, no options
+  /usr/share/common-licenses/GPL-3     GNU GPL 3 text, package base-files, verbatim copies
+                                       permitted (only statistics are kept, not the text)
+Only statistics derived from the teacher's audio of these sentences end up in the voice.
+"""
+
+import glob
+import re
+
+PROSE = ["/usr/share/doc/flite/examples/alice"]
+SOURCES = PROSE + sorted(glob.glob("/usr/share/vim/vim90/doc/usr_*.txt")) + [
+    "/usr/share/common-licenses/GPL-3"]
+
+_SENTENCE_END = re.compile(r"(?<=[.?!])\s+")
+_ALLOWED = re.compile(r"^[A-Za-z][A-Za-z ,'.?!]*[.?!]$")
+
+
+def _prose_paragraphs(text):
+    for block in re.split(r"\n\s*\n", text):
+        yield " ".join(block.split())
+
+
+def _paragraphs(text):
+    block = []
+    for line in text.splitlines():
+        stripped = line.strip()
+        # Vim help: tags, examples and headings are indented, starred or upper case.
+        if (not stripped or line.startswith((" ", "\t")) or "*" in stripped or "|" in stripped
+                or stripped.isupper() or stripped.startswith(("=", "-", "<", ">", ":"))):
+            if block:
+                yield " ".join(block)
+                block = []
+            continue
+        block.append(stripped)
+    if block:
+        yield " ".join(block)
+
+
+def candidate_sentences(known_words):
+    """Sentences of 5 to 18 plain words, every word known to the dictionary given."""
+    seen = set()
+    for path in SOURCES:
+        with open(path, encoding="utf-8", errors="replace") as source:
+            text = source.read()
+        split = _prose_paragraphs if path in PROSE else _paragraphs
+        for paragraph in split(text):
+            for sentence in _SENTENCE_END.split(paragraph.replace("`", "'")):
+                sentence = " ".join(sentence.split()).strip("'\"")
+                if not _ALLOWED.match(sentence) or ".." in sentence:
+                    continue
+                if re.search(r"\b[a-z]\.", sentence) or re.search(r"[A-Z]{2}", sentence):
+                    continue
+                words = re.findall(r"[a-z']+", sentence.lower())
+                if not 5 <= len(words) <= 18:
+                    continue
+                if any(word not in known_words for word in words):
+                    continue
+                key = sentence.lower()
+                if key not in seen:
+                    seen.add(key)
+                    yield sentence
+
+
+def dictionary_words(path="/usr/share/pocketsphinx/model/en-us/cmudict-en-us.dict"):
+    words = set()
+    with open(path, encoding="utf-8", errors="replace") as source:
+        for line in source:
+            if line.strip():
+                words.add(line.split()[0].split("(")[0])
+    return words
