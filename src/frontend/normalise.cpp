@@ -102,16 +102,7 @@ std::u32string normalise(std::string_view utf8Text) {
 
 std::vector<std::u32string> sentences(std::u32string_view text) {
     std::vector<std::u32string> finished;
-    std::u32string open;
-    size_t openWords = 0;
-    auto close = [&] {
-        if (isSpeakable(open)) {
-            finished.push_back(std::move(open));
-        }
-        open.clear();
-        openWords = 0;
-    };
-    size_t closedSentences = 0;
+    SentenceGrouping grouping;
     for (size_t start = 0; start < text.size();) {
         size_t end = text.find(U' ', start);
         if (end == std::u32string_view::npos) {
@@ -122,21 +113,92 @@ std::vector<std::u32string> sentences(std::u32string_view text) {
         if (word.empty()) {
             continue;
         }
-        if (!open.empty()) {
-            open.push_back(U' ');
-        }
-        open.append(word);
-        ++openWords;
-        if (mayClose(word, openWords) &&
-            (closedSentences > 0 || openWords >= minFirstSentenceWords)) {
-            ++closedSentences;
-            close();
+        if (std::optional<std::u32string> sentence = grouping.add(word)) {
+            finished.push_back(std::move(*sentence));
         }
     }
-    if (!open.empty()) {
-        close();
+    if (std::optional<std::u32string> sentence = grouping.finish()) {
+        finished.push_back(std::move(*sentence));
     }
     return finished;
+}
+
+std::optional<std::u32string> SentenceGrouping::add(std::u32string_view word) {
+    if (!open_.empty()) {
+        open_.push_back(U' ');
+    }
+    open_.append(word);
+    ++openWords_;
+    if (mayClose(word, openWords_) &&
+        (closedSentences_ > 0 || openWords_ >= minFirstSentenceWords)) {
+        ++closedSentences_;
+        return finish();
+    }
+    return std::nullopt;
+}
+
+std::optional<std::u32string> SentenceGrouping::finish() {
+    std::u32string closed = std::move(open_);
+    open_.clear();
+    openWords_ = 0;
+    if (!isSpeakable(closed)) {
+        return std::nullopt;
+    }
+    return closed;
+}
+
+std::optional<std::u32string> SentenceReader::next() {
+    std::u32string word;
+    while (!finished_) {
+        if (!nextWord(word)) {
+            finished_ = true;
+            return grouping_.finish();
+        }
+        if (std::optional<std::u32string> sentence = grouping_.add(word)) {
+            return sentence;
+        }
+    }
+    return std::nullopt;
+}
+
+bool SentenceReader::nextWord(std::u32string& word) {
+    // A word of the normalised text is a run of scalars that are neither markup nor white
+    // space: normalise() turns every run of those into one space.
+    word.clear();
+    for (;;) {
+        if (position_ == scalars_.size()) {
+            scalars_.clear();
+            position_ = 0;
+            if (!decodeMore()) {
+                return !word.empty();
+            }
+        }
+        const char32_t c = scalars_[position_];
+        if (isMarkup(c) || isWhiteSpace(c)) {
+            if (!word.empty()) {
+                return true;
+            }
+        } else {
+            word.push_back(c);
+        }
+        ++position_;
+    }
+}
+
+bool SentenceReader::decodeMore() {
+    if (rest_.empty()) {
+        return false;
+    }
+    // A stretch ends before an ASCII byte, which never belongs to a multi-byte sequence, so
+    // decoding stretch by stretch gives what decoding the whole would.
+    constexpr size_t stretch = 1024;
+    size_t end = std::min(stretch, rest_.size());
+    while (end < rest_.size() && static_cast<unsigned char>(rest_[end]) >= 0x80) {
+        ++end;
+    }
+    scalars_ = decodeUtf8(rest_.substr(0, end));
+    rest_.remove_prefix(end);
+    return true;
 }
 
 }  // namespace murmela

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 
 #include "files/read_file.h"
 #include "frontend/normalise.h"
@@ -49,18 +50,27 @@ size_t cutPoint(std::span<const int64_t> ids, std::optional<int64_t> comma,
     return mid;
 }
 
-void appendChunks(std::span<const int64_t> ids, std::optional<int64_t> comma,
-                  std::optional<int64_t> space, std::vector<std::vector<int64_t>>& chunks) {
+// Hands `ids` to `each` in chunks of at most maxChunkIds, halving recursively; false once
+// `each` has asked to stop.
+bool forEachChunk(std::span<const int64_t> ids, std::optional<int64_t> comma,
+                  std::optional<int64_t> space,
+                  const std::function<bool(std::vector<int64_t>)>& each) {
     if (ids.empty()) {
-        return;
+        return true;
     }
     if (ids.size() <= Phonemizer::maxChunkIds) {
-        chunks.emplace_back(ids.begin(), ids.end());
-        return;
+        return each(std::vector<int64_t>(ids.begin(), ids.end()));
     }
     const size_t cut = cutPoint(ids, comma, space);
-    appendChunks(ids.first(cut), comma, space, chunks);
-    appendChunks(ids.subspan(cut), comma, space, chunks);
+    return forEachChunk(ids.first(cut), comma, space, each) &&
+           forEachChunk(ids.subspan(cut), comma, space, each);
+}
+
+std::function<bool(std::vector<int64_t>)> appendingTo(std::vector<std::vector<int64_t>>& chunks) {
+    return [&chunks](std::vector<int64_t> chunk) {
+        chunks.push_back(std::move(chunk));
+        return true;
+    };
 }
 
 }  // namespace
@@ -104,7 +114,7 @@ std::vector<std::vector<int64_t>> Phonemizer::splitIds(std::span<const int64_t> 
                                                        std::optional<int64_t> comma,
                                                        std::optional<int64_t> space) {
     std::vector<std::vector<int64_t>> chunks;
-    appendChunks(ids, comma, space, chunks);
+    forEachChunk(ids, comma, space, appendingTo(chunks));
     return chunks;
 }
 
@@ -117,12 +127,19 @@ bool Phonemizer::isPassThrough(std::u32string_view piece) {
 }
 
 std::vector<std::vector<int64_t>> Phonemizer::chunks(std::string_view text) const {
+    std::vector<std::vector<int64_t>> result;
+    chunks(text, appendingTo(result));
+    return result;
+}
+
+void Phonemizer::chunks(std::string_view text,
+                        const std::function<bool(std::vector<int64_t>)>& each) const {
     const std::optional<int64_t> commaId = id(U",");
     const std::optional<int64_t> spaceId = id(U" ");
-    std::vector<std::vector<int64_t>> result;
-    for (const std::u32string& sentence : sentences(normalise(text))) {
+    SentenceReader reader(text);
+    while (const std::optional<std::u32string> sentence = reader.next()) {
         std::u32string out;
-        for (const std::u32string& piece : pieces(sentence)) {
+        for (const std::u32string& piece : pieces(*sentence)) {
             if (isPassThrough(piece)) {
                 out.append(piece);  // punctuation sticks to the word before it
                 continue;
@@ -138,9 +155,10 @@ std::vector<std::vector<int64_t>> Phonemizer::chunks(std::string_view text) cons
             out.append(phonemes);
         }
         const std::vector<int64_t> sentenceIds = ids(trimmingWhitespace(out));
-        appendChunks(sentenceIds, commaId, spaceId, result);
+        if (!forEachChunk(sentenceIds, commaId, spaceId, each)) {
+            return;
+        }
     }
-    return result;
 }
 
 std::u32string blankUnspeakable(std::u32string_view text) {

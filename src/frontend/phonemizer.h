@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -23,7 +24,7 @@ namespace murmela {
 
 // An immutable value; copies share the vocabulary, and any thread may use one.
 class Phonemizer {
-  public:
+public:
     static constexpr size_t maxChunkIds = 400;
 
     // Loads the vocabulary file. Throws std::filesystem::filesystem_error when it can't be
@@ -33,6 +34,11 @@ class Phonemizer {
 
     // The id chunks of a whole text, in reading order; empty when nothing in it is speakable.
     std::vector<std::vector<int64_t>> chunks(std::string_view text) const;
+
+    // The same chunks in the same order, each handed to `each` as soon as its sentence has been
+    // phonemised, so that a caller can start on the first before the rest of a long text is
+    // read. Stops, without phonemising further, when `each` returns false.
+    void chunks(std::string_view text, const std::function<bool(std::vector<int64_t>)>& each) const;
 
     // The id of one symbol, if the vocabulary has it.
     std::optional<int64_t> id(std::u32string_view symbol) const;
@@ -56,7 +62,7 @@ class Phonemizer {
     // Whether a piece is punctuation that reaches the model as it is, unphonemised.
     static bool isPassThrough(std::u32string_view piece);
 
-  private:
+private:
     std::shared_ptr<const Vocabulary> vocab_;
     Espeak espeak_;
 };

@@ -7,9 +7,6 @@
 // With MURMELA_MUTE=1 the same runs must give the same callbacks and timing, and silence.
 
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <QString>
 
@@ -20,7 +17,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <limits>
 #include <random>
@@ -28,6 +24,7 @@
 #include <vector>
 
 #include "audio/player.h"
+#include "monitor_recording.h"
 #include "player_harness.h"
 #include "support/temporary_directory.h"
 
@@ -37,9 +34,14 @@ namespace {
 using namespace std::chrono_literals;
 using testing::Clock;
 using testing::CompletionTrace;
+using testing::correlation;
+using testing::locate;
+using testing::MonitorRecording;
+using testing::run;
 using testing::runEventsFor;
 using testing::runEventsUntil;
 using testing::secondsBetween;
+using testing::soundingSamples;
 
 constexpr double kRate = 24000.0;
 // The longest a completion may come after its block's end could first have been heard: the
@@ -62,100 +64,8 @@ std::vector<float> noise(size_t count, unsigned seed) {
     return samples;
 }
 
-// Starts a program, without Qt's process machinery, whose child shares the parent's memory in
-// a way the thread sanitizer cannot follow. Gives its pid, or -1.
-pid_t spawn(const std::vector<std::string>& arguments) {
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    pid_t pid = -1;
-    if (::posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
-        return -1;
-    }
-    return pid;
-}
-
-// Runs a program to its end; gives its exit status, or -1.
-int run(const std::vector<std::string>& arguments) {
-    const pid_t pid = spawn(arguments);
-    int status = 0;
-    if (pid < 0 || ::waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) {
-        return -1;
-    }
-    return WEXITSTATUS(status);
-}
-
-// Records the null sink's monitor with parec, at the player's format.
-class MonitorRecording {
-  public:
-    explicit MonitorRecording(const std::filesystem::path& file) : file_(file) {
-        const char* sink = std::getenv("MURMELA_PULSE_SINK");
-        pid_ = spawn({"parec", std::string("--device=") + (sink ? sink : "murmela") + ".monitor",
-                      "--format=float32le", "--rate=24000", "--channels=1", "--raw",
-                      "--latency-msec=10", file.string()});
-        // parec needs a moment to connect before the monitor reaches the file.
-        runEventsFor(400ms);
-    }
-    ~MonitorRecording() { stop(); }
-
-    bool started() const { return pid_ > 0; }
-
-    std::vector<float> stop() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            ::waitpid(pid_, nullptr, 0);
-            pid_ = -1;
-        }
-        std::ifstream in(file_, std::ios::binary);
-        std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
-        std::vector<float> samples(bytes.size() / sizeof(float));
-        std::copy_n(bytes.data(), samples.size() * sizeof(float),
-                    reinterpret_cast<char*>(samples.data()));
-        return samples;
-    }
-
-  private:
-    std::filesystem::path file_;
-    pid_t pid_ = -1;
-};
-
-// Where `expected` begins in `recording`: the first offset at which its opening samples are
-// heard, or the recording's size when they never are.
-size_t locate(const std::vector<float>& recording, const std::vector<float>& expected) {
-    const size_t window = std::min<size_t>(240, expected.size());
-    for (size_t offset = 0; offset + window <= recording.size(); ++offset) {
-        size_t i = 0;
-        while (i < window && std::fabs(recording[offset + i] - expected[i]) < 1e-3f) {
-            ++i;
-        }
-        if (i == window) {
-            return offset;
-        }
-    }
-    return recording.size();
-}
-
-double correlation(const float* a, const float* b, size_t count) {
-    double ab = 0.0;
-    double aa = 0.0;
-    double bb = 0.0;
-    for (size_t i = 0; i < count; ++i) {
-        ab += static_cast<double>(a[i]) * b[i];
-        aa += static_cast<double>(a[i]) * a[i];
-        bb += static_cast<double>(b[i]) * b[i];
-    }
-    return aa > 0.0 && bb > 0.0 ? ab / std::sqrt(aa * bb) : 0.0;
-}
-
-size_t soundingSamples(const std::vector<float>& recording) {
-    return static_cast<size_t>(std::count_if(recording.begin(), recording.end(),
-                                             [](float x) { return std::fabs(x) >= 1e-4f; }));
-}
-
 class DevicePlayer : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         if (const char* reason = std::getenv("MURMELA_PULSE_UNAVAILABLE")) {
             GTEST_SKIP() << "no sound server for this test: " << reason;
@@ -299,11 +209,11 @@ TEST_F(DevicePlayer, StopSilencesAtOnceAndARestartPlaysOnlyTheNewUtterance) {
 
 // Keeps the sound server stopped (SIGSTOP) while it lives: it neither plays nor says why.
 class FrozenServer {
-  public:
+public:
     explicit FrozenServer(pid_t pid) : pid_(pid) { ::kill(pid_, SIGSTOP); }
     ~FrozenServer() { ::kill(pid_, SIGCONT); }
 
-  private:
+private:
     pid_t pid_;
 };
 

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -92,6 +93,83 @@ TEST(Sentences, NothingToSayGivesNoSentences) {
     EXPECT_THAT(sentencesOf("One two three. \u216b. \u00bd."), ::testing::SizeIs(3));
     EXPECT_THAT(sentencesOf("\u05e9\u05dc\u05d5\u05dd \u05e2\u05d5\u05dc\u05dd"),
                 ::testing::SizeIs(1));
+}
+
+std::vector<std::u32string> readSentences(const std::string& text) {
+    std::vector<std::u32string> out;
+    SentenceReader reader(text);
+    while (std::optional<std::u32string> sentence = reader.next()) {
+        out.push_back(std::move(*sentence));
+    }
+    EXPECT_EQ(reader.next(), std::nullopt);  // and stays used up
+    return out;
+}
+
+// Speaking reads sentence by sentence, so the reader must find exactly the sentences that
+// cleaning the whole text first finds, also where its stretches of bytes end inside a word, a
+// multi-byte character or an ill-formed sequence.
+TEST(SentenceReader, ReadsTheSentencesOfTheWholeCleanedText) {
+    const std::vector<std::string> texts = {
+        "",
+        "   ",
+        "Hi.",
+        "Hi. There we go. And again!",
+        "# Title\n\n> **Bold** and _it_ | `code`\tend. Then more.",
+        "word*#_word. Dr. Smith, e.g. the one, met Mr. Jones... Really?! Yes: no; maybe.",
+        "- -- --- Here we go now. ?! ... It costs 42.",
+        "ok \xff\xfe done. \xe4\xb8 half \xf0\x9f\x98\x80 smile. \xc0\xaf end",
+        "And so it goes\u2026 Then more. (for now.) \u05e9\u05dc\u05d5\u05dd "
+        "\u05e2\u05d5\u05dc\u05dd"};
+    for (const std::string& text : texts) {
+        EXPECT_EQ(readSentences(text), sentences(normalise(text))) << text;
+    }
+
+    const std::vector<std::string> fragments = {"the",
+                                                "Dr.",
+                                                "e.g.",
+                                                "No.",
+                                                "1984",
+                                                " ",
+                                                " ",
+                                                "  ",
+                                                ",",
+                                                ".",
+                                                "...",
+                                                "?!",
+                                                ":",
+                                                "*",
+                                                "**",
+                                                "#",
+                                                "_",
+                                                "|",
+                                                ">",
+                                                "`",
+                                                "\t",
+                                                "\n",
+                                                "\u00a0",
+                                                "\u2003",
+                                                "\u2026",
+                                                "\u2014",
+                                                "\xcc\x81",
+                                                "\xe2\x80\x8d",
+                                                "\xd7\xa9",
+                                                "\xf0\x9f\x98\x80",
+                                                "\xff",
+                                                "\xc0",
+                                                "\xe4\xb8",
+                                                "\xf0\x9f",
+                                                std::string(1, '\0'),
+                                                std::string(700, 'a'),
+                                                std::string(300, '\xd7')};
+    std::mt19937 random(7);
+    for (int round = 0; round < 200; ++round) {
+        std::string text;
+        const size_t parts = 1 + random() % 400;
+        for (size_t i = 0; i < parts; ++i) {
+            text += fragments[random() % fragments.size()];
+        }
+        ASSERT_EQ(readSentences(text), sentences(normalise(text))) << "round " << round;
+    }
 }
 
 }  // namespace

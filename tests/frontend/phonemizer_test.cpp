@@ -270,6 +270,42 @@ TEST(Chunks, AnOverlongSentenceIsCutAtItsCommaFirstAndNeverBeyond400) {
     EXPECT_EQ(chunks[1].back(), *phonemizer.id(U" "));
 }
 
+// Speaking starts on the first chunk handed over, so handing them over one by one must give
+// exactly the list, and a caller that stops must get nothing more, even inside one sentence.
+TEST(Chunks, HandedOverOneByOneTheyAreTheListsChunksAndStopWhenAsked) {
+    const Phonemizer phonemizer = testPhonemizer();
+    std::string text =
+        "Hello there, my friend. Wait... what? ** Dr. Smith said 1984 was long ago! ";
+    text += "Well, we walked along the river";
+    for (int i = 0; i < 12; ++i) {
+        text += " and then along the little winding road";
+    }
+    text += " until we were home. The end.";
+    const auto expected = phonemizer.chunks(text);
+    ASSERT_GE(expected.size(), 6u);
+
+    std::vector<std::vector<int64_t>> handed;
+    phonemizer.chunks(text, [&](std::vector<int64_t> chunk) {
+        handed.push_back(std::move(chunk));
+        return true;
+    });
+    EXPECT_EQ(handed, expected);
+
+    // A stop anywhere, also between two chunks of the overlong sentence, ends the handing over.
+    for (size_t stopAfter = 1; stopAfter <= expected.size(); ++stopAfter) {
+        handed.clear();
+        phonemizer.chunks(text, [&](std::vector<int64_t> chunk) {
+            handed.push_back(std::move(chunk));
+            return handed.size() < stopAfter;
+        });
+        EXPECT_EQ(handed, std::vector(expected.begin(), expected.begin() + stopAfter));
+    }
+
+    size_t calls = 0;
+    phonemizer.chunks("  ** ... ", [&](std::vector<int64_t>) { return ++calls > 0; });
+    EXPECT_EQ(calls, 0u);
+}
+
 // Odd text of every kind gives chunks of known ids, or none, and never hangs or crashes.
 TEST(Chunks, OddTextNeverFails) {
     const Phonemizer phonemizer = testPhonemizer();

@@ -1,0 +1,43 @@
+#pragma once
+// One serial worker thread, "murmela.render", that runs the model's long operations (loading,
+// speaking, saving) one at a time in the order they were posted. The thread is started by the
+// first post.
+//
+// A job gets copies of what it works on and reports back by posting to the main thread; it
+// must not throw. Closing the queue drops the jobs that have not started, waits for the one
+// that runs (whoever posted it makes it end soon, for example with a cancel flag) and joins
+// the thread; nothing can be posted after that.
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace murmela {
+
+class RenderQueue {
+public:
+    RenderQueue() = default;
+    ~RenderQueue();  // closes
+    RenderQueue(const RenderQueue&) = delete;
+    RenderQueue& operator=(const RenderQueue&) = delete;
+
+    // Runs `job` on the worker after every job posted before it. Ignored once closed.
+    void post(std::function<void()> job);
+
+    // Drops the waiting jobs, waits for the running one and ends the thread. Called on the
+    // thread that posts, never from a job.
+    void close();
+
+private:
+    void run();
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::deque<std::function<void()>> jobs_;
+    bool closed_ = false;
+    std::thread thread_;
+};
+
+}  // namespace murmela

@@ -1,0 +1,143 @@
+#pragma once
+// The application model: the one observable object behind the main window.
+//
+// It owns the text being edited, the speaking speed (kept in the settings store), the loaded
+// voice, the player and the cancel flag of the utterance under way, and shows what it is doing
+// as a Phase and an optional Notice. Its three long operations, loading the voice, speaking and
+// saving, run one at a time on the render thread "murmela.render"; their results are applied
+// here, on the main thread.
+//
+// Every member is called on the main thread, which must run a Qt event loop. Every operation
+// checks the phase itself and does nothing when it does not apply, so a view never needs to
+// disable a control. A property's change signal comes only when its value really changed.
+//
+// Destroying the model while work runs: the utterance's flag and the model's own closing flag
+// are raised, so speaking and saving stop before their next chunk (a save then writes nothing);
+// a load runs to its end. The destructor waits for that one step, joins the render thread and
+// lets every result still on its way lapse. Nothing is called back afterwards.
+
+#include <QObject>
+#include <QString>
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+#include "app/load_voice.h"
+#include "app/notice.h"
+#include "app/phase.h"
+#include "app/render_queue.h"
+#include "app/settings.h"
+#include "audio/player.h"
+#include "engine/cancel_flag.h"
+#include "engine/voice.h"
+
+namespace murmela {
+
+struct SpokenChunk;
+struct UtteranceEnd;
+struct SaveOutcome;
+
+class Speech : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(murmela::Phase phase READ phase NOTIFY phaseChanged)
+    Q_PROPERTY(std::optional<murmela::Notice> notice READ notice NOTIFY noticeChanged)
+    Q_PROPERTY(QString text READ text WRITE setText NOTIFY textChanged)
+    Q_PROPERTY(double speed READ speed WRITE setSpeed NOTIFY speedChanged)
+    Q_PROPERTY(bool canSpeak READ canSpeak NOTIFY textChanged)
+    Q_PROPERTY(bool hasVoice READ hasVoice NOTIFY voiceChanged)
+    Q_PROPERTY(bool cancelled READ cancelled NOTIFY cancelChanged)
+
+public:
+    // Reads "speed" from `defaults` (missing or not a number: 1.0) and normalises it; the phase
+    // is `loading` until load() is called. `voiceDirectory` is where load() opens the voice.
+    explicit Speech(SettingsStore defaults,
+                    std::optional<std::filesystem::path> voiceDirectory = bundledVoiceDirectory(),
+                    QObject* parent = nullptr);
+    ~Speech() override;
+    Speech(const Speech&) = delete;
+    Speech& operator=(const Speech&) = delete;
+
+    Phase phase() const { return phase_; }
+    // What the last operation left to show, until the next one clears or replaces it.
+    const std::optional<Notice>& notice() const { return notice_; }
+
+    // The text to speak or save, passed on whole (never trimmed).
+    const QString& text() const { return text_; }
+    void setText(const QString& text);
+
+    // 0.75 to 1.5 in steps of 0.05. Assigning normalises the value (see normalisedSpeed) and
+    // writes it to the settings store.
+    double speed() const { return speed_; }
+    void setSpeed(double speed);
+
+    // The text has something besides white space and line ends.
+    bool canSpeak() const;
+    // A voice has been loaded.
+    bool hasVoice() const { return voice_ != nullptr; }
+    // The current cancel flag is raised (by stop(), or an output that failed). Each utterance
+    // gets a new flag; cancelChanged() comes when the flag is replaced and when it is raised.
+    bool cancelled() const { return cancel_->isCancelled(); }
+
+    // The player the model speaks through, for inspection.
+    const Player& player() const { return player_; }
+
+    // Starts a save of the text, at the speed, to `destination` as a 16-bit PCM WAV at 24000 Hz
+    // (written atomically). Only while `ready` with a voice and a text to speak: the phase is
+    // `saving` until it is written (notice `saved` with the file name), the text gave nothing
+    // (`empty`, no file) or it failed (`saveFailed`, logged). It cannot be stopped.
+    void save(const std::filesystem::path& destination);
+
+public slots:
+    // Loads the voice on the render thread unless it is loaded already (then the phase just
+    // becomes `ready`): `loading`, then `ready` or `failed`. From `failed`, tries again. A load
+    // asked for while one is under way joins it.
+    void load();
+    // Speaks the text at the speed, playing each chunk as soon as it is synthesised. Only while
+    // `ready` with a voice and a text to speak: the phase is `speaking` until the last block has
+    // been heard, the text gave nothing (notice `empty`), synthesis failed or the output could
+    // not be opened or failed (notice `failed`, logged).
+    void speak();
+    // Ends speaking at once (only while `speaking`): raises the flag, silences the player and
+    // returns to `ready`. What the stopped utterance still delivers is ignored.
+    void stop();
+
+signals:
+    void phaseChanged(murmela::Phase phase);
+    void noticeChanged(const std::optional<murmela::Notice>& notice);
+    void textChanged(const QString& text);
+    void speedChanged(double speed);
+    void voiceChanged();
+    void cancelChanged();
+
+private:
+    void setPhase(Phase phase);
+    void setNotice(std::optional<Notice> notice);
+    void replaceCancelFlag();
+    bool isCurrent(const std::shared_ptr<CancelFlag>& flag) const;
+
+    void voiceLoaded(std::shared_ptr<Voice> voice, int64_t milliseconds);
+    void loadFailed(const std::string& description);
+    void chunkReady(const std::shared_ptr<CancelFlag>& flag, SpokenChunk chunk);
+    void utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end);
+    void utteranceHeard(const std::shared_ptr<CancelFlag>& flag);
+    void outputFailed(const QString& description);
+    void saveEnded(const std::filesystem::path& destination, const SaveOutcome& outcome);
+
+    Phase phase_ = Phase::loading;
+    std::optional<Notice> notice_;
+    QString text_;
+    double speed_ = 1.0;
+    SettingsStore defaults_;
+    std::optional<std::filesystem::path> voiceDirectory_;
+    Player player_;
+    std::shared_ptr<Voice> voice_;
+    std::shared_ptr<CancelFlag> cancel_ = std::make_shared<CancelFlag>();
+    // Raised when the model goes, so that a save under way writes nothing.
+    std::shared_ptr<CancelFlag> closing_ = std::make_shared<CancelFlag>();
+    bool loadUnderWay_ = false;
+    // Last, so that it closes first: no job outlives the members it reports to.
+    RenderQueue renderQueue_;
+};
+
+}  // namespace murmela
