@@ -113,7 +113,8 @@ void Speech::load() {
                        failLoad = environment("MURMELA_FAIL_LOAD")] {
         const auto start = std::chrono::steady_clock::now();
         try {
-            std::shared_ptr<Voice> voice = loadVoice(directory, failLoad);
+            std::shared_ptr<Voice> voice =
+                loadVoice(directory ? directory : bundledVoiceDirectory(), failLoad);
             postTo(self, [self, voice = std::move(voice), start] {
                 const auto elapsed = std::chrono::steady_clock::now() - start;
                 self->voiceLoaded(

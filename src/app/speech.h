@@ -50,9 +50,10 @@ class Speech : public QObject {
 
 public:
     // Reads "speed" from `defaults` (missing or not a number: 1.0) and normalises it; the phase
-    // is `loading` until load() is called. `voiceDirectory` is where load() opens the voice.
+    // is `loading` until load() is called. `voiceDirectory` is where load() opens the voice;
+    // without one, each load looks for "Voice/" among the application's resources.
     explicit Speech(SettingsStore defaults,
-                    std::optional<std::filesystem::path> voiceDirectory = bundledVoiceDirectory(),
+                    std::optional<std::filesystem::path> voiceDirectory = std::nullopt,
                     QObject* parent = nullptr);
     ~Speech() override;
     Speech(const Speech&) = delete;
