@@ -1,6 +1,5 @@
 #include "app/speech.h"
 
-#include <QMetaObject>
 #include <QPointer>
 
 #include <chrono>
@@ -18,13 +17,6 @@ namespace {
 
 constexpr const char* logSource = "murmelaMain";
 constexpr const char* speedKey = "speed";
-
-// Runs `work` on the main thread, in `receiver`'s turn; when `receiver` is destroyed first, the
-// work lapses with it. Called from the render thread.
-template <typename Work>
-void postTo(QObject* receiver, Work&& work) {
-    QMetaObject::invokeMethod(receiver, std::forward<Work>(work), Qt::QueuedConnection);
-}
 
 std::optional<std::string> environment(const char* name) {
     const char* value = std::getenv(name);
@@ -115,13 +107,13 @@ void Speech::load() {
         try {
             std::shared_ptr<Voice> voice =
                 loadVoice(directory ? directory : bundledVoiceDirectory(), failLoad);
-            postTo(self, [self, voice = std::move(voice), start] {
+            self->inbox_.post([self, voice = std::move(voice), start] {
                 const auto elapsed = std::chrono::steady_clock::now() - start;
                 self->voiceLoaded(
                     voice, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
             });
         } catch (...) {
-            postTo(self, [self, description = errorDescription(std::current_exception())] {
+            self->inbox_.post([self, description = errorDescription(std::current_exception())] {
                 self->loadFailed(description);
             });
         }
@@ -167,12 +159,12 @@ void Speech::speak() {
     renderQueue_.post([self = this, voice = std::move(voice), text = std::move(text), speed, flag] {
         const std::optional<UtteranceEnd> end =
             synthesiseUtterance(*voice, text, speed, *flag, [&](SpokenChunk chunk) {
-                postTo(self, [self, flag, chunk = std::move(chunk)]() mutable {
+                self->inbox_.post([self, flag, chunk = std::move(chunk)]() mutable {
                     self->chunkReady(flag, std::move(chunk));
                 });
             });
         if (end) {
-            postTo(self, [self, flag, end = *end] { self->utteranceSynthesised(flag, end); });
+            self->inbox_.post([self, flag, end = *end] { self->utteranceSynthesised(flag, end); });
         }
     });
 }
@@ -248,9 +240,8 @@ void Speech::save(const std::filesystem::path& destination) {
         const std::optional<SaveOutcome> outcome =
             renderToWav(*voice, text, speed, destination, *closing);
         if (outcome) {
-            postTo(self, [self, destination, outcome = *outcome] {
-                self->saveEnded(destination, outcome);
-            });
+            self->inbox_.post(
+                [self, destination, outcome = *outcome] { self->saveEnded(destination, outcome); });
         }
     });
 }

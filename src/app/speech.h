@@ -24,6 +24,7 @@
 #include <optional>
 
 #include "app/load_voice.h"
+#include "app/main_thread_inbox.h"
 #include "app/notice.h"
 #include "app/phase.h"
 #include "app/render_queue.h"
@@ -137,6 +138,8 @@ private:
     // Raised when the model goes, so that a save under way writes nothing.
     std::shared_ptr<CancelFlag> closing_ = std::make_shared<CancelFlag>();
     bool loadUnderWay_ = false;
+    // Where the render thread's results wait for the main thread; dropped with the model.
+    MainThreadInbox inbox_;
     // Last, so that it closes first: no job outlives the members it reports to.
     RenderQueue renderQueue_;
 };
