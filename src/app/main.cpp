@@ -1,12 +1,19 @@
 // The program's entry: the start-up decision between the parity mode and interactive use.
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QThreadPool>
-#include <iostream>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
 
 #include "app/parity_exit.h"
 #include "app/settings.h"
 #include "build_info.h"
+#include "ui/application_icon.h"
+#include "ui/murmela_app.h"
 
 namespace {
 
@@ -22,12 +29,60 @@ int runParityMode(int& argc, char** argv, const ArgumentDomain& arguments) {
     return code;
 }
 
-// Interactive use.
-int runInteractive(int& /*argc*/, char** /*argv*/, const ArgumentDomain& /*arguments*/) {
-    std::cout << buildinfo::appName << ' ' << buildinfo::version
-              << ": the windowed application is not built yet; the parity mode runs with "
-                 "-murmela.parity OUTDIR -murmela.lines FILE\n";
-    return 0;
+bool isSet(const char* name) {
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0';
+}
+
+// Qt ends the process with a screenful of messages when it cannot reach a display. Until the
+// application object stands, its platform's chatter is held back and a fatal message becomes
+// one plain line and exit code 1.
+bool startingUp = true;
+QString heldBack;
+
+void startUpMessages(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    if (type == QtFatalMsg) {
+        // The platform's own words ("could not connect to display :1") say more than the
+        // fatal message that follows them.
+        const QString reason =
+            heldBack.isEmpty() ? message.section(QLatin1Char('\n'), 0, 0) : heldBack;
+        std::fprintf(stderr, "murmela: cannot open a window: %s\n",
+                     reason.toLocal8Bit().constData());
+        std::_Exit(1);
+    }
+    const bool platformChatter =
+        context.category != nullptr && std::strncmp(context.category, "qt.qpa", 6) == 0;
+    if (startingUp && platformChatter) {
+        if (heldBack.isEmpty()) {
+            heldBack = message;
+        }
+        return;
+    }
+    std::fprintf(stderr, "%s\n",
+                 qFormatLogMessage(type, context, message).toLocal8Bit().constData());
+}
+
+// Interactive use: the windows and the model.
+int runInteractive(int& argc, char** argv, const ArgumentDomain& arguments) {
+    if (!isSet("QT_QPA_PLATFORM") && !isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) {
+        std::fprintf(stderr,
+                     "murmela: no display to open a window on (DISPLAY and WAYLAND_DISPLAY are "
+                     "unset); the parity mode runs without one\n");
+        return 1;
+    }
+    qInstallMessageHandler(startUpMessages);
+    QApplication application(argc, argv);
+    startingUp = false;
+    QApplication::setApplicationName(QString::fromUtf8(buildinfo::appName));
+    QApplication::setApplicationVersion(QString::fromUtf8(buildinfo::version));
+    QApplication::setDesktopFileName(QString::fromUtf8(buildinfo::appId));
+    QApplication::setWindowIcon(ui::applicationIcon());
+
+    ui::MurmelaApp app(SettingsStore::forModel(arguments));
+    QObject::connect(&app, &ui::MurmelaApp::quitRequested, &application, &QApplication::quit,
+                     Qt::QueuedConnection);
+    app.mainWindow().show();
+    return QApplication::exec();
 }
 
 }  // namespace

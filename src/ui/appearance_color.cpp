@@ -25,11 +25,11 @@ QColor AppearanceColor::current() const {
 namespace {
 
 // Lives as a child of the widget it colours, so it goes with it.
-class ForegroundFollower final : public QObject {
-  public:
-    ForegroundFollower(QWidget* widget, const AppearanceColor& color)
-        : QObject(widget), widget_(widget), color_(color) {
-        setObjectName(QStringLiteral("murmelaForegroundFollower"));
+class ColorFollower final : public QObject {
+public:
+    ColorFollower(QWidget* widget, QPalette::ColorRole role, const AppearanceColor& color)
+        : QObject(widget), widget_(widget), role_(role), color_(color) {
+        setObjectName(followerName(role));
         widget->installEventFilter(this);
     }
 
@@ -43,17 +43,21 @@ class ForegroundFollower final : public QObject {
         // application's label colour.
         QColor wanted = color_.resolve(inheritedPalette());
         QPalette palette = widget_->palette();
-        if (palette.color(QPalette::Active, widget_->foregroundRole()) == wanted &&
-            palette.color(QPalette::Inactive, widget_->foregroundRole()) == wanted) {
+        if (palette.color(QPalette::Active, role_) == wanted &&
+            palette.color(QPalette::Inactive, role_) == wanted) {
             return;
         }
-        palette.setColor(widget_->foregroundRole(), wanted);
+        palette.setColor(role_, wanted);
         applying_ = true;
         widget_->setPalette(palette);
         applying_ = false;
     }
 
-  protected:
+    static QString followerName(QPalette::ColorRole role) {
+        return QStringLiteral("murmelaColorFollower%1").arg(int(role));
+    }
+
+protected:
     bool eventFilter(QObject* watched, QEvent* event) override {
         if (watched == widget_ && !applying_ &&
             (event->type() == QEvent::PaletteChange ||
@@ -63,7 +67,7 @@ class ForegroundFollower final : public QObject {
         return false;
     }
 
-  private:
+private:
     QPalette inheritedPalette() const {
         // The application's palette, not the parent's: it is already up to date when the
         // application palette changes, whatever order the widgets hear of it.
@@ -71,6 +75,7 @@ class ForegroundFollower final : public QObject {
     }
 
     QWidget* widget_;
+    QPalette::ColorRole role_;
     AppearanceColor color_;
     bool applying_ = false;
 };
@@ -78,10 +83,14 @@ class ForegroundFollower final : public QObject {
 }  // namespace
 
 void followForegroundColor(QWidget* widget, const AppearanceColor& color) {
-    auto* follower = widget->findChild<ForegroundFollower*>(
-        QStringLiteral("murmelaForegroundFollower"), Qt::FindDirectChildrenOnly);
+    followColor(widget, widget->foregroundRole(), color);
+}
+
+void followColor(QWidget* widget, QPalette::ColorRole role, const AppearanceColor& color) {
+    auto* follower = widget->findChild<ColorFollower*>(ColorFollower::followerName(role),
+                                                       Qt::FindDirectChildrenOnly);
     if (follower == nullptr) {
-        follower = new ForegroundFollower(widget, color);
+        follower = new ColorFollower(widget, role, color);
         follower->apply();
     } else {
         follower->setColor(color);

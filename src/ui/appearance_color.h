@@ -15,7 +15,7 @@ namespace murmela::ui {
 bool paletteIsDark(const QPalette& palette);
 
 class AppearanceColor {
-  public:
+public:
     // No usable pair: the platform's label colour.
     AppearanceColor() = default;
     AppearanceColor(QColor light, QColor dark) : pair_(Pair{light, dark}) {}
@@ -31,7 +31,7 @@ class AppearanceColor {
 
     friend bool operator==(const AppearanceColor&, const AppearanceColor&) = default;
 
-  private:
+private:
     struct Pair {
         QColor light;
         QColor dark;
@@ -43,5 +43,8 @@ class AppearanceColor {
 // Draws `widget`'s text (its foreground role) in `color`, re-resolved whenever the widget's
 // or the application's palette changes. Calling it again replaces the colour.
 void followForegroundColor(QWidget* widget, const AppearanceColor& color);
+
+// The same for any colour role of the widget's palette (for example the placeholder text).
+void followColor(QWidget* widget, QPalette::ColorRole role, const AppearanceColor& color);
 
 }  // namespace murmela::ui

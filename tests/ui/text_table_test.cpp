@@ -84,6 +84,15 @@ TEST(TextTable, ShippedTableHasEveryKeyWithItsPlaceholders) {
                             "murmela.failed",
                             "murmela.saveFailed",
                             "murmela.saveName",
+                            "murmela.saveFilter",
+                            "murmela.menu.file",
+                            "murmela.menu.edit",
+                            "murmela.menu.undo",
+                            "murmela.menu.redo",
+                            "murmela.menu.cut",
+                            "murmela.menu.copy",
+                            "murmela.menu.paste",
+                            "murmela.menu.selectAll",
                             "murmela.about.model",
                             "murmela.about.version",
                             "murmela.about.license",
@@ -109,6 +118,7 @@ TEST(TextTable, ShippedTableHasEveryKeyWithItsPlaceholders) {
     EXPECT_TRUE(table.text("murmela.about.version").contains("{version}"));
     EXPECT_TRUE(table.text("murmela.about.version").contains("{build}"));
     EXPECT_TRUE(table.text("murmela.saveName").endsWith(".wav"));
+    EXPECT_TRUE(table.text("murmela.saveFilter").contains("*.wav"));
     for (const char* link :
          {"murmela.about.licenseLink", "murmela.about.kokoroLink", "murmela.about.espeakLink"}) {
         EXPECT_TRUE(linkAddress(table.text(link))) << link;

@@ -1,0 +1,49 @@
+#pragma once
+// The content of the main window: the text to speak, a row of controls (Speak, Stop, the
+// speed, Save) and the status line. It writes the model's text and speed and calls its
+// operations; nothing is ever disabled, since every operation checks the phase itself.
+
+#include <QWidget>
+
+#include "ui/ui_tables.h"
+
+class QLabel;
+class QPlainTextEdit;
+class QPushButton;
+class QSlider;
+
+namespace murmela {
+class Speech;
+}
+
+namespace murmela::ui {
+
+class StatusLine;
+
+class MainView final : public QWidget {
+    Q_OBJECT
+
+public:
+    MainView(Speech& speech, const UiTables& tables = UiTables::application(),
+             QWidget* parent = nullptr);
+
+    // The speed shown as the value text does it, "%.2f" through "murmela.speedValue".
+    static QString speedText(const UiTables& tables, double speed);
+
+signals:
+    // Save was pressed: the window asks where to and hands that to the model.
+    void saveRequested();
+
+private:
+    void showSpeed(double speed);
+    void showText(const QString& text);
+
+    Speech& speech_;
+    UiTables tables_;
+    QPlainTextEdit* editor_;
+    QSlider* slider_;
+    QLabel* speedValue_;
+    StatusLine* status_;
+};
+
+}  // namespace murmela::ui
