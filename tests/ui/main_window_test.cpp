@@ -1,0 +1,350 @@
+// The main window with the real model on the test voice and a simulated audio output: the
+// editor and its placeholder, the speed slider, every shortcut and menu item reaching its
+// operation, the save dialog, the About window and the connect sheet, and what closing does.
+
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QFileDialog>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QSlider>
+#include <QTest>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+
+#include "app/speech.h"
+#include "app/speech_harness.h"
+#include "audio/player_harness.h"
+#include "support/gui_test.h"
+#include "support/temporary_directory.h"
+#include "support/test_voice.h"
+#include "ui/main_view.h"
+#include "ui/murmela_app.h"
+
+namespace murmela::ui {
+namespace {
+
+using namespace std::chrono_literals;
+using murmela::testing::findNamed;
+using murmela::testing::runEventsUntil;
+
+class MainWindow : public ::testing::Test {
+protected:
+    void SetUp() override {
+        app_ = std::make_unique<MurmelaApp>(settings_.store(), voice_);
+        app_->mainWindow().show();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&app_->mainWindow()));
+        editor_ = findNamed<QPlainTextEdit>(&app_->mainWindow(), "text");
+        ASSERT_NE(editor_, nullptr);
+    }
+
+    void TearDown() override {
+        app_.reset();
+        // Dialogs and windows closed by a test go at the next turn of the loop.
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+
+    Speech& speech() { return app_->speech(); }
+    bool waitForPhase(Phase phase) {
+        return runEventsUntil([&] { return speech().phase() == phase; }, 20s);
+    }
+    QString status() const { return findNamed<QLabel>(&app_->mainWindow(), "statusText")->text(); }
+    void press(QKeyCombination keys) {
+        QTest::keyClick(QApplication::focusWidget(), keys.key(), keys.keyboardModifiers());
+    }
+
+    murmela::testing::PrivateSettings settings_;
+    std::filesystem::path voice_ = murmela::testing::testVoiceDirectory();
+    std::unique_ptr<MurmelaApp> app_;
+    QPlainTextEdit* editor_ = nullptr;
+};
+
+// A voice directory that is not there, for a load that fails.
+class MainWindowWithoutVoice : public MainWindow {
+protected:
+    void SetUp() override {
+        voice_ = "/nonexistent/murmela/Voice";
+        MainWindow::SetUp();
+    }
+};
+
+TEST_F(MainWindow, LoadsTheVoiceOnceShownAndIgnoresSpeakUntilThen) {
+    EXPECT_EQ(speech().phase(), Phase::loading);
+    EXPECT_EQ(status(), text("murmela.loading"));
+    // Speak while loading does nothing: no notice, no phase change.
+    editor_->setPlainText("Hello there.");
+    findNamed<QPushButton>(&app_->mainWindow(), "speak")->click();
+    EXPECT_EQ(speech().phase(), Phase::loading);
+    EXPECT_FALSE(speech().notice());
+    ASSERT_TRUE(waitForPhase(Phase::ready));
+    EXPECT_EQ(status(), "");
+    EXPECT_EQ(app_->mainWindow().windowTitle(), text("murmela.app.name"));
+}
+
+TEST_F(MainWindow, PlaceholderShowsOnlyWhileTheTextIsEmpty) {
+    // Pure red for the placeholder, so its pixels can be told from the text's.
+    QJsonObject groups{{"color", QJsonObject{{"textSecondary", QJsonObject{{"light", "#ff0000"},
+                                                                           {"dark", "#ff0000"}}}}}};
+    Speech& model = speech();
+    MainView view(model, UiTables{TextTable({{"murmela.text.placeholder", "WWWWWWWW"}}),
+                                  DesignTokens(groups)});
+    view.resize(600, 300);
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    auto* editor = findNamed<QPlainTextEdit>(&view, "text");
+    auto redPixels = [&] {
+        const QImage image = editor->viewport()->grab().toImage();
+        int count = 0;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                const QColor c = image.pixelColor(x, y);
+                count += c.red() > 200 && c.green() < 80 && c.blue() < 80;
+            }
+        }
+        return count;
+    };
+    EXPECT_GT(redPixels(), 20);
+    QTest::keyClick(editor, Qt::Key_A);
+    EXPECT_EQ(model.text(), "a");
+    EXPECT_EQ(redPixels(), 0);
+    QTest::keyClick(editor, Qt::Key_Backspace);
+    EXPECT_EQ(model.text(), "");
+    EXPECT_GT(redPixels(), 20);
+}
+
+TEST_F(MainWindow, SliderKeepsToItsRangeAndStepsAndShowsTwoDecimals) {
+    auto* slider = findNamed<QSlider>(&app_->mainWindow(), "speed");
+    auto* value = findNamed<QLabel>(&app_->mainWindow(), "speedValue");
+    ASSERT_TRUE(slider && value);
+    EXPECT_EQ(slider->accessibleName(), text("murmela.speed"));
+    auto valueText = [](const char* number) { return text("murmela.speedValue", {{"n", number}}); };
+    EXPECT_EQ(value->text(), valueText("1.00"));
+    slider->setFocus();
+    QTest::keyClick(slider, Qt::Key_Home);
+    EXPECT_DOUBLE_EQ(speech().speed(), 0.75);
+    EXPECT_EQ(value->text(), valueText("0.75"));
+    QTest::keyClick(slider, Qt::Key_Left);
+    EXPECT_DOUBLE_EQ(speech().speed(), 0.75);
+    QTest::keyClick(slider, Qt::Key_Right);
+    EXPECT_DOUBLE_EQ(speech().speed(), 0.8);
+    EXPECT_EQ(value->text(), valueText("0.80"));
+    QTest::keyClick(slider, Qt::Key_End);
+    QTest::keyClick(slider, Qt::Key_Right);
+    EXPECT_DOUBLE_EQ(speech().speed(), 1.5);
+    EXPECT_EQ(value->text(), valueText("1.50"));
+    // A speed set elsewhere moves the slider to its step.
+    speech().setSpeed(1.03);
+    EXPECT_EQ(slider->value(), 21);
+    EXPECT_EQ(value->text(), valueText("1.05"));
+    EXPECT_EQ(value->accessibleName(), value->text());
+}
+
+TEST_F(MainWindow, ShortcutsAndMenuItemsReachTheModel) {
+    ASSERT_TRUE(waitForPhase(Phase::ready));
+    editor_->setFocus();
+    QTest::keyClicks(editor_, "Hello there. This sentence keeps the voice busy for a while.");
+    // Ctrl+Return speaks from inside the editor without adding a line.
+    press(Qt::CTRL | Qt::Key_Return);
+    EXPECT_EQ(speech().phase(), Phase::speaking);
+    EXPECT_FALSE(editor_->toPlainText().contains('\n'));
+    press(Qt::Key_Escape);
+    EXPECT_EQ(speech().phase(), Phase::ready);
+    EXPECT_TRUE(speech().cancelled());
+
+    press(Qt::CTRL | Qt::Key_Return);
+    EXPECT_EQ(speech().phase(), Phase::speaking);
+    press(Qt::CTRL | Qt::Key_Period);
+    EXPECT_EQ(speech().phase(), Phase::ready);
+
+    // The menu items do what the keys do.
+    app_->action("menuSpeak")->trigger();
+    EXPECT_EQ(speech().phase(), Phase::speaking);
+    app_->action("menuStop")->trigger();
+    EXPECT_EQ(speech().phase(), Phase::ready);
+    // Stop with nothing playing changes nothing.
+    app_->action("menuStop")->trigger();
+    EXPECT_EQ(speech().phase(), Phase::ready);
+    EXPECT_FALSE(speech().notice());
+
+    // Speaking to its end returns to ready by itself.
+    findNamed<QPushButton>(&app_->mainWindow(), "speak")->click();
+    EXPECT_EQ(speech().phase(), Phase::speaking);
+    EXPECT_TRUE(waitForPhase(Phase::ready));
+}
+
+TEST_F(MainWindow, TextWithNothingToSayShowsTheEmptyNotice) {
+    ASSERT_TRUE(waitForPhase(Phase::ready));
+    editor_->setPlainText("\U0001F642");
+    editor_->setFocus();
+    press(Qt::CTRL | Qt::Key_Return);
+    ASSERT_TRUE(runEventsUntil([&] { return speech().notice().has_value(); }, 10s));
+    EXPECT_EQ(speech().phase(), Phase::ready);
+    EXPECT_EQ(status(), text("murmela.empty"));
+    // Blank text: speak does nothing at all, and the notice stays.
+    editor_->setPlainText(" \n\t");
+    press(Qt::CTRL | Qt::Key_Return);
+    EXPECT_EQ(speech().phase(), Phase::ready);
+    EXPECT_EQ(status(), text("murmela.empty"));
+}
+
+TEST_F(MainWindow, SaveAsksWhereInTheSaveDirectoryAndWritesTheFile) {
+    murmela::testing::TemporaryDirectory directory("murmela-save");
+    ::setenv("MURMELA_SAVE_DIR", directory.path().c_str(), 1);
+    ASSERT_TRUE(waitForPhase(Phase::ready));
+    // Nothing to say: no dialog.
+    press(Qt::CTRL | Qt::Key_S);
+    EXPECT_EQ(app_->mainWindow().findChild<QFileDialog*>(), nullptr);
+
+    editor_->setPlainText("Save me.");
+    editor_->setFocus();
+    press(Qt::CTRL | Qt::Key_S);
+    auto* dialog = app_->mainWindow().findChild<QFileDialog*>("savePanel");
+    ASSERT_NE(dialog, nullptr);
+    EXPECT_EQ(dialog->acceptMode(), QFileDialog::AcceptSave);
+    EXPECT_TRUE(dialog->isModal());
+    EXPECT_EQ(dialog->directory().absolutePath(),
+              QString::fromStdString(directory.path().string()));
+    EXPECT_EQ(dialog->nameFilters(), QStringList{text("murmela.saveFilter")});
+    EXPECT_FALSE(dialog->testOption(QFileDialog::ReadOnly));  // may make folders
+    ASSERT_EQ(dialog->selectedFiles().size(), 1);
+    EXPECT_EQ(QFileInfo(dialog->selectedFiles().front()).fileName(), text("murmela.saveName"));
+
+    // A name of another kind is saved as WAV.
+    emit dialog->fileSelected(QString::fromStdString((directory.path() / "talk.mp3").string()));
+    ASSERT_TRUE(waitForPhase(Phase::ready));
+    ASSERT_TRUE(runEventsUntil([&] { return speech().notice().has_value(); }, 20s));
+    EXPECT_EQ(*speech().notice(), Notice::saved("talk.mp3.wav"));
+    EXPECT_TRUE(std::filesystem::exists(directory.path() / "talk.mp3.wav"));
+    EXPECT_EQ(status(), text("murmela.saved", {{"name", "talk.mp3.wav"}}));
+    dialog->reject();
+    ::unsetenv("MURMELA_SAVE_DIR");
+}
+
+TEST_F(MainWindow, MenusHoldTheirItemsInOrderAndNoNewItem) {
+    QMenuBar* bar = app_->mainWindow().menuBar();
+    QStringList titles;
+    for (QAction* menu : bar->actions()) {
+        titles << menu->text();
+    }
+    EXPECT_EQ(titles, (QStringList{text("murmela.app.name"), text("murmela.menu.file"),
+                                   text("murmela.menu.edit")}));
+    auto names = [&](const char* menu) {
+        QStringList found;
+        for (QAction* action : bar->findChild<QMenu*>(menu)->actions()) {
+            found << (action->isSeparator() ? "-" : action->objectName());
+        }
+        return found;
+    };
+    EXPECT_EQ(names("applicationMenu"), (QStringList{"menuAbout", "menuConnect"}));
+    EXPECT_EQ(names("fileMenu"), QStringList{"menuSave"});
+    EXPECT_EQ(names("editMenu"),
+              (QStringList{"menuUndo", "menuRedo", "-", "menuCut", "menuCopy", "menuPaste",
+                           "menuSelectAll", "-", "menuSpeak", "-", "menuStop"}));
+    EXPECT_EQ(app_->action("menuSave")->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_S));
+    EXPECT_EQ(app_->action("menuSpeak")->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Return));
+    EXPECT_EQ(app_->action("menuStop")->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Period));
+    EXPECT_EQ(app_->action("menuAbout")->text(), text("murmela.menu.about"));
+    for (QAction* action : app_->mainWindow().findChildren<QAction*>()) {
+        EXPECT_TRUE(action->isEnabled()) << action->objectName().toStdString();
+    }
+
+    // The clipboard items work on the editor.
+    editor_->setPlainText("copy this");
+    editor_->setFocus();
+    app_->action("menuSelectAll")->trigger();
+    app_->action("menuCut")->trigger();
+    EXPECT_EQ(editor_->toPlainText(), "");
+    app_->action("menuPaste")->trigger();
+    app_->action("menuPaste")->trigger();
+    EXPECT_EQ(speech().text(), "copy thiscopy this");
+}
+
+TEST_F(MainWindow, AboutOpensOnceAndClosingItKeepsTheApplication) {
+    QSignalSpy quit(app_.get(), &MurmelaApp::quitRequested);
+    app_->action("menuAbout")->trigger();
+    QWidget* about = app_->about().window();
+    ASSERT_NE(about, nullptr);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(about));
+    app_->mainWindow().activateWindow();
+    app_->action("menuAbout")->trigger();
+    EXPECT_EQ(app_->about().window(), about);
+    EXPECT_TRUE(QTest::qWaitForWindowActive(about));
+    int abouts = 0;
+    for (QWidget* window : QApplication::topLevelWidgets()) {
+        abouts += window->objectName() == "about" && window->isVisible();
+    }
+    EXPECT_EQ(abouts, 1);
+
+    about->close();
+    EXPECT_EQ(quit.count(), 0);
+    // Closing the main window ends the application even with About open.
+    app_->action("menuAbout")->trigger();
+    app_->mainWindow().close();
+    EXPECT_EQ(quit.count(), 1);
+}
+
+TEST_F(MainWindow, ConnectSheetOpensOverTheWindowAndStartsWithCopyEachTime) {
+    EXPECT_FALSE(app_->connecting());
+    app_->action("menuConnect")->trigger();
+    ASSERT_TRUE(app_->connecting());
+    ConnectView* sheet = app_->connectSheet();
+    EXPECT_EQ(sheet->parentWidget(), &app_->mainWindow());
+    EXPECT_EQ(sheet->windowModality(), Qt::WindowModal);
+    auto* copy = findNamed<QPushButton>(sheet, "connectCopy");
+    copy->click();
+    EXPECT_EQ(copy->text(), text("murmela.connect.copied"));
+    // Asking again while it is open shows the same sheet.
+    app_->action("menuConnect")->trigger();
+    EXPECT_EQ(app_->connectSheet(), sheet);
+    findNamed<QPushButton>(sheet, "connectDone")->click();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_FALSE(app_->connecting());
+
+    app_->action("menuConnect")->trigger();
+    ASSERT_TRUE(app_->connecting());
+    EXPECT_EQ(findNamed<QPushButton>(app_->connectSheet(), "connectCopy")->text(),
+              text("murmela.connect.copy"));
+    QTest::keyClick(app_->connectSheet(), Qt::Key_Escape);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_FALSE(app_->connecting());
+}
+
+TEST_F(MainWindowWithoutVoice, FailedLoadShowsRetryWhichLoadsAgain) {
+    ASSERT_TRUE(waitForPhase(Phase::failed));
+    EXPECT_EQ(status(), text("murmela.loadFailed"));
+    auto* retry = findNamed<QPushButton>(&app_->mainWindow(), "retry");
+    ASSERT_NE(retry, nullptr);
+    EXPECT_TRUE(retry->isVisible());
+    retry->click();
+    EXPECT_EQ(speech().phase(), Phase::loading);
+    EXPECT_FALSE(retry->isVisible());
+    EXPECT_TRUE(waitForPhase(Phase::failed));
+}
+
+TEST_F(MainWindow, EveryControlHasItsIdentifierAndAnAccessibleName) {
+    for (const char* name : {"text", "speak", "stop", "speed", "speedValue", "save", "status"}) {
+        SCOPED_TRACE(name);
+        auto* widget = findNamed<QWidget>(&app_->mainWindow(), name);
+        ASSERT_NE(widget, nullptr);
+        if (std::string(name) != "status") {
+            EXPECT_FALSE(widget->accessibleName().isEmpty());
+        }
+    }
+    EXPECT_EQ(app_->mainWindow().objectName(), "main");
+    EXPECT_EQ(app_->mainWindow().size(),
+              QSize(designTokens().layout("windowWidth"), designTokens().layout("windowHeight")));
+    EXPECT_EQ(
+        app_->mainWindow().centralWidget()->minimumSize(),
+        QSize(designTokens().layout("windowMinWidth"), designTokens().layout("windowMinHeight")));
+}
+
+}  // namespace
+}  // namespace murmela::ui
