@@ -81,7 +81,9 @@ QAction* MurmelaApp::addAction(QMenu* menu, const QString& name, const QString& 
 void MurmelaApp::addMenus() {
     QMenuBar* bar = mainWindow_->menuBar();
 
-    QMenu* application = bar->addMenu(tables_.text(QStringLiteral("murmela.app.name")));
+    // Alt+M opens it from the keyboard, as Alt+F and Alt+E open the others.
+    QMenu* application =
+        bar->addMenu(QLatin1Char('&') + tables_.text(QStringLiteral("murmela.app.name")));
     application->setObjectName(QStringLiteral("applicationMenu"));
     connect(addAction(application, QStringLiteral("menuAbout"),
                       QStringLiteral("murmela.menu.about"), {}),

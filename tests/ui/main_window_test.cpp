@@ -232,10 +232,10 @@ TEST_F(MainWindow, MenusHoldTheirItemsInOrderAndNoNewItem) {
     QMenuBar* bar = app_->mainWindow().menuBar();
     QStringList titles;
     for (QAction* menu : bar->actions()) {
-        titles << menu->text();
+        titles << menu->text().remove('&');
     }
-    EXPECT_EQ(titles, (QStringList{text("murmela.app.name"), text("murmela.menu.file"),
-                                   text("murmela.menu.edit")}));
+    EXPECT_EQ(titles, (QStringList{text("murmela.app.name"), text("murmela.menu.file").remove('&'),
+                                   text("murmela.menu.edit").remove('&')}));
     auto names = [&](const char* menu) {
         QStringList found;
         for (QAction* action : bar->findChild<QMenu*>(menu)->actions()) {
