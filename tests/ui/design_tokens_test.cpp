@@ -114,7 +114,10 @@ TEST(DesignTokens, WidgetColourFollowsTheApplicationAppearance) {
 
     followForegroundColor(label, danger);
     EXPECT_EQ(label->palette().color(QPalette::WindowText), QColor(0xc0, 0x26, 0x1b));
-    EXPECT_EQ(label->findChildren<QObject*>("murmelaForegroundFollower").size(), 1);
+    // Following again replaces the colour; it does not stack a second follower on the label.
+    const QString follower =
+        QStringLiteral("murmelaColorFollower%1").arg(int(label->foregroundRole()));
+    EXPECT_EQ(label->findChildren<QObject*>(follower).size(), 1);
 }
 
 TEST(DesignTokens, ShippedTokensDefineEverySizeAndColourPair) {
