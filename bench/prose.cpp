@@ -43,13 +43,13 @@ constexpr std::array<std::string_view, 8> joiners = {"and then", "but later", "s
 
 // A small deterministic generator (a linear congruential one), the same on every machine.
 class Dice {
-  public:
+public:
     size_t roll(size_t sides) {
         state_ = state_ * 6364136223846793005ULL + 1442695040888963407ULL;
         return static_cast<size_t>(state_ >> 33) % sides;
     }
 
-  private:
+private:
     uint64_t state_ = 20240607;
 };
 

@@ -28,14 +28,14 @@ class SinkStream;
 
 // The audio output could not be opened; what() says why.
 class AudioOutputError : public std::runtime_error {
-  public:
+public:
     using std::runtime_error::runtime_error;
 };
 
 class Player : public QObject {
     Q_OBJECT
 
-  public:
+public:
     explicit Player(QObject* parent = nullptr);
     ~Player() override;
     Player(const Player&) = delete;
@@ -59,12 +59,12 @@ class Player : public QObject {
     // Uptime in seconds at which simulated playback of the last block ends (no device only).
     double clock() const { return clock_; }
 
-  signals:
+signals:
     // The output failed while playing. The utterance is over: it has been stopped, and its idle
     // callback will not come.
     void outputFailed(const QString& description);
 
-  private:
+private:
     void blockDone(int64_t generation);
     QString openStream();
     void takeReports();

@@ -20,7 +20,7 @@ namespace murmela {
 class SampleFeed : public QIODevice {
     Q_OBJECT
 
-  public:
+public:
     explicit SampleFeed(QObject* parent = nullptr);
 
     // Main thread. Appends a block of samples (already clamped) for the utterance `generation`.
@@ -47,11 +47,11 @@ class SampleFeed : public QIODevice {
     bool isSequential() const override { return true; }
     qint64 bytesAvailable() const override;
 
-  protected:
+protected:
     qint64 readData(char* data, qint64 maxSize) override;
     qint64 writeData(const char* data, qint64 maxSize) override;
 
-  private:
+private:
     struct Block {
         int64_t generation;
         std::vector<float> samples;

@@ -27,7 +27,7 @@ class SampleFeed;
 class SinkStream : public QObject {
     Q_OBJECT
 
-  public:
+public:
     // Something that happened to an utterance's stream.
     struct Report {
         int64_t generation;
@@ -59,13 +59,13 @@ class SinkStream : public QObject {
     // Audio thread. Ends the stream at once; what it still held is not played.
     void close();
 
-  signals:
+signals:
     // Emitted on the audio thread when there are reports to take.
     void reportsReady();
     // Emitted by post(); runs the commands on the audio thread.
     void commandsPosted();
 
-  private:
+private:
     void runCommands();
     void poll();
     void sinkStateChanged();

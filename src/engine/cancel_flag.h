@@ -7,7 +7,7 @@ namespace murmela {
 // Tells a running speak request to stop. The main thread raises it, the synthesis loop checks
 // it between steps; once raised it stays raised. Safe to use from any thread.
 class CancelFlag {
-  public:
+public:
     void cancel() {
         std::lock_guard guard(lock_);
         on_ = true;
@@ -17,7 +17,7 @@ class CancelFlag {
         return on_;
     }
 
-  private:
+private:
     mutable std::mutex lock_;
     bool on_ = false;
 };

@@ -35,7 +35,7 @@ std::mutex& plannerLock() {
 // such arrays, so they always have the alignment it was made for; allocating them without
 // FFTW keeps run() clear of every FFTW call but the thread-safe execute.
 class AlignedArray {
-  public:
+public:
     explicit AlignedArray(int64_t count)
         : data_(static_cast<float*>(
               ::operator new(sizeof(float) * static_cast<size_t>(count), alignment))) {
@@ -48,7 +48,7 @@ class AlignedArray {
     float* data() { return data_; }
     float& operator[](int64_t i) { return data_[i]; }
 
-  private:
+private:
     static constexpr std::align_val_t alignment{64};
     float* data_;
 };

@@ -16,7 +16,7 @@ struct fftwf_plan_s;
 namespace murmela {
 
 class ISTFT {
-  public:
+public:
     // n is the DFT length (even, positive) and hop the step between frames (1 ... n); anything
     // else is a programming error and aborts.
     ISTFT(int64_t n, int64_t hop);
@@ -34,7 +34,7 @@ class ISTFT {
     // The factor that makes the DFT library's inverse transform the one with the 1/n factor.
     float scale() const { return scale_; }
 
-  private:
+private:
     struct PlanDeleter {
         void operator()(fftwf_plan_s* plan) const;
     };

@@ -17,7 +17,7 @@
 namespace murmela {
 
 class VoiceModel {
-  public:
+public:
     // Reads voice.json and loads the three models; the first error (VoiceError, or the
     // runtime's or the JSON parser's own) is passed on.
     explicit VoiceModel(const VoiceFiles& files);
@@ -46,7 +46,7 @@ class VoiceModel {
     // `features` as encode gives them, `counts` one per token.
     Spectrogram decode(std::span<const float> features, std::span<const int64_t> counts);
 
-  private:
+private:
     VoiceModel(const VoiceFiles& files, const VoiceInterface& interface);
 
     ISTFT istft_;

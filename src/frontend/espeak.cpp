@@ -88,7 +88,7 @@ Espeak::Espeak(const std::filesystem::path& directory) {
     }
     const std::string given = linkedPath(path);
     if (!hasData(path) || espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, 0, given.c_str(),
-                          espeakINITIALIZE_DONT_EXIT) < 1) {
+                                            espeakINITIALIZE_DONT_EXIT) < 1) {
         throw VoiceError::damaged("espeak-ng data");
     }
     if (espeak_SetVoiceByName(voiceName) != EE_OK) {

@@ -69,7 +69,7 @@ const std::vector<Fixup>& firstTableLongestFirst() {
 // Which scalars a text may hold, by their value modulo 64: a cheap test that lets the fix-ups
 // skip the scans that cannot match.
 class Presence {
-  public:
+public:
     explicit Presence(std::u32string_view text) {
         for (char32_t c : text) {
             add(c);
@@ -83,7 +83,7 @@ class Presence {
     }
     bool mayHold(char32_t c) const { return (bits_ >> (c % 64)) & 1; }
 
-  private:
+private:
     uint64_t bits_ = 0;
 };
 

@@ -13,7 +13,7 @@ namespace {
 // A word as the tables hold it: lower-cased, with the typographic apostrophe made plain.
 // Kept on the stack; a word longer than any table entry is not copied and matches nothing.
 class Key {
-  public:
+public:
     explicit Key(std::u32string_view word) {
         if (word.size() > buffer_.size()) {
             return;
@@ -25,7 +25,7 @@ class Key {
     std::u32string_view view() const { return {buffer_.data(), size_}; }
     bool operator==(std::u32string_view other) const { return view() == other; }
 
-  private:
+private:
     std::array<char32_t, 16> buffer_{};
     size_t size_ = 0;
 };

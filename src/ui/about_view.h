@@ -12,7 +12,7 @@ class QBoxLayout;
 namespace murmela::ui {
 
 class AboutView final : public QWidget {
-  public:
+public:
     // `licenses` is the folder the Licenses button shows.
     explicit AboutView(const UiTables& tables = UiTables::application(),
                        std::filesystem::path licenses = defaultLicensesFolder(),
@@ -21,7 +21,7 @@ class AboutView final : public QWidget {
     // The "Licenses" folder of the resource directory.
     static std::filesystem::path defaultLicensesFolder();
 
-  private:
+private:
     void addCredit(QBoxLayout* layout, const QString& name, const QString& textKey,
                    const QString& linkText, const QString& linkKey);
 

@@ -10,7 +10,7 @@
 namespace murmela::ui {
 
 class AboutWindow final {
-  public:
+public:
     explicit AboutWindow(UiTables tables = UiTables::application());
     ~AboutWindow();
     AboutWindow(const AboutWindow&) = delete;
@@ -22,7 +22,7 @@ class AboutWindow final {
     // The open window (object name "about"), or null.
     QWidget* window() const { return window_; }
 
-  private:
+private:
     QWidget* make();
 
     UiTables tables_;

@@ -12,7 +12,7 @@ class QPushButton;
 namespace murmela::ui {
 
 class ConnectView final : public QDialog {
-  public:
+public:
     // A sheet over `window` (window-modal) showing `configuration`.
     ConnectView(const QString& configuration, QWidget* window,
                 const UiTables& tables = UiTables::application());
@@ -21,7 +21,7 @@ class ConnectView final : public QDialog {
     // then reads "Copied" for as long as the sheet is open.
     void copy();
 
-  private:
+private:
     UiTables tables_;
     QString configuration_;
     QPushButton* copyButton_;

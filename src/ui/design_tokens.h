@@ -15,7 +15,7 @@
 namespace murmela::ui {
 
 class DesignTokens {
-  public:
+public:
     // No tokens: every lookup gives its fallback.
     DesignTokens() = default;
     explicit DesignTokens(QJsonObject groups) : groups_(std::move(groups)) {}
@@ -40,7 +40,7 @@ class DesignTokens {
     // text) gives the colour without a pair, which is the platform's label colour.
     AppearanceColor color(const QString& name) const;
 
-  private:
+private:
     static int pixels(double value);
 
     QJsonObject groups_;

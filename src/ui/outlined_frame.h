@@ -6,11 +6,11 @@
 namespace murmela::ui {
 
 class OutlinedFrame final : public QWidget {
-  public:
+public:
     // Takes ownership of `content`, padded by `padding` pixels on every side.
     OutlinedFrame(QWidget* content, int padding, QWidget* parent = nullptr);
 
-  protected:
+protected:
     void paintEvent(QPaintEvent* event) override;
 };
 

@@ -13,7 +13,7 @@ namespace murmela::ui {
 using TextArguments = QHash<QString, QString>;
 
 class TextTable {
-  public:
+public:
     // An empty table: every lookup shows its key.
     TextTable() = default;
     explicit TextTable(QHash<QString, QString> entries) : entries_(std::move(entries)) {}
@@ -28,7 +28,7 @@ class TextTable {
 
     bool isEmpty() const { return entries_.isEmpty(); }
 
-  private:
+private:
     QHash<QString, QString> entries_;
 };
 

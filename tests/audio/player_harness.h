@@ -29,14 +29,14 @@ double secondsBetween(Clock::time_point from, Clock::time_point to);
 // Watches a player's `pending` count every millisecond and notes when it went down, which is when
 // a block completed.
 class CompletionTrace {
-  public:
+public:
     explicit CompletionTrace(const Player& player);
 
     const std::vector<Clock::time_point>& completions() const { return completions_; }
     // Whether `pending` was ever seen below zero.
     bool wentNegative() const { return wentNegative_; }
 
-  private:
+private:
     const Player& player_;
     QTimer timer_;
     int64_t lastPending_ = 0;

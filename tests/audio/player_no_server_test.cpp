@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 using testing::runEventsFor;
 
 class PlayerWithoutServer : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         // Read once per process, when the first player asks for a device.
         ::setenv("PULSE_SERVER", "unix:/nonexistent/murmela-no-sound-server", 1);

@@ -30,7 +30,7 @@ double uptime() {
 }
 
 class SimulatedPlayer : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         // Read once per process, so set before the first player.
         ::setenv("MURMELA_AUDIO", "none", 1);

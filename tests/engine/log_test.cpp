@@ -15,17 +15,17 @@ namespace {
 TEST(Log, InfoLinesAreTheMessageAndErrorLinesNameTheirSource) {
     std::vector<std::pair<log::Level, std::string>> lines;
     {
-        log::Capture capture([&](log::Level level, const std::string& text) {
-            lines.emplace_back(level, text);
-        });
+        log::Capture capture(
+            [&](log::Level level, const std::string& text) { lines.emplace_back(level, text); });
         log::info("voice ready in 12 ms");
         log::error("murmelaMain", "load failed: voice: vocab unreadable");
     }
     log::info("after the capture ended");
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0], std::make_pair(log::Level::info, std::string("voice ready in 12 ms")));
-    EXPECT_EQ(lines[1], std::make_pair(log::Level::error,
-                                       std::string("murmelaMain: load failed: voice: vocab unreadable")));
+    EXPECT_EQ(lines[1],
+              std::make_pair(log::Level::error,
+                             std::string("murmelaMain: load failed: voice: vocab unreadable")));
 }
 
 TEST(Log, LinesFromManyThreadsArriveWhole) {

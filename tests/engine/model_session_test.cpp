@@ -62,10 +62,10 @@ TEST(ModelSession, DecoderAndVocoderRunOnAnyBucketSize) {
         std::vector<float> x(static_cast<size_t>(frames) * 257, 0.0f);
         std::vector<float> mask(static_cast<size_t>(frames), 1.0f);
         std::vector<float> last(static_cast<size_t>(frames), 0.0f);
-        x[0] = 100.0f;    // amplitude
-        x[1] = 20.0f;     // tone bin
-        x[2] = 0.5f;      // phase
-        x[256] = 0.25f;   // position
+        x[0] = 100.0f;   // amplitude
+        x[1] = 20.0f;    // tone bin
+        x[2] = 0.5f;     // phase
+        x[256] = 0.25f;  // position
         last[static_cast<size_t>(frames) - 1] = 1.0f;
         std::vector<std::pair<std::string, Ort::Value>> inputs;
         inputs.emplace_back("x", tensor(x, {1, frames, 257}));

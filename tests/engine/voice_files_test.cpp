@@ -127,7 +127,9 @@ TEST_F(VoiceFilesTest, EveryInterfaceValueIsChecked) {
     EXPECT_EQ(interfaceError([](json& d) { d["interface"]["encoderBuckets"] = json::array(); }),
               damaged);
     EXPECT_EQ(interfaceError([](json& d) { d["interface"]["decoderBuckets"] = 1024; }), damaged);
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"]["decoderBuckets"] = {256, "x"}; }),
+    EXPECT_EQ(interfaceError([](json& d) {
+                  d["interface"]["decoderBuckets"] = {256, "x"};
+              }),
               damaged);
     EXPECT_EQ(interfaceError([](json& d) { d["interface"].erase("decoderBuckets"); }), damaged);
     // A single bucket is enough.
@@ -145,10 +147,9 @@ TEST_F(VoiceFilesTest, LoadsEachModelAndNamesWhatIsMissing) {
 
     ModelSession encoder = files.loadModel("encoder", ComputeUnits::cpuOnly, read.programs);
     EXPECT_EQ(encoder.outputNames(), (std::vector<std::string>{"e", "logd"}));
-    EXPECT_EQ(voiceErrorText([&] {
-                  files.loadModel("decoder", ComputeUnits::cpuOnly, read.programs);
-              }),
-              "voice: absent-decoder missing");
+    EXPECT_EQ(
+        voiceErrorText([&] { files.loadModel("decoder", ComputeUnits::cpuOnly, read.programs); }),
+        "voice: absent-decoder missing");
     EXPECT_EQ(voiceErrorText([&] {
                   files.loadModel("vocoder", ComputeUnits::cpuAndAccelerator, read.programs);
               }),

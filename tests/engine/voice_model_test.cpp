@@ -32,7 +32,7 @@ const Programs intactPrograms = {
 // A voice directory with the test voice's models, the broken ones beside them, and a
 // voice.json of the test's choosing.
 class VoiceModelTest : public ::testing::Test {
-  protected:
+protected:
     VoiceModel open(std::vector<int64_t> encoderBuckets, std::vector<int64_t> decoderBuckets,
                     const Programs& programs = intactPrograms) {
         std::filesystem::copy(MURMELA_BROKEN_VOICES_DIR, voice.path(),

@@ -99,7 +99,7 @@ TEST(AtomicWrite, RefusedRenameLeavesTheDestinationAndNoScratchFile) {
 
 // The kernel stops a write at the file size limit (as on a full disk), root or not.
 class FileSizeLimit {
-  public:
+public:
     explicit FileSizeLimit(rlim_t bytes) {
         ::getrlimit(RLIMIT_FSIZE, &previous_);
         previousHandler_ = ::signal(SIGXFSZ, SIG_IGN);
@@ -112,7 +112,7 @@ class FileSizeLimit {
         ::signal(SIGXFSZ, previousHandler_);
     }
 
-  private:
+private:
     rlimit previous_{};
     sighandler_t previousHandler_{};
 };
@@ -134,7 +134,7 @@ TEST(AtomicWrite, WriteStoppedHalfWayKeepsTheOldFile) {
 // A directory nobody may write to. Permissions do not stop root, so as root it is a read-only
 // file system mounted for the test.
 class ReadOnlyDirectory {
-  public:
+public:
     explicit ReadOnlyDirectory(const fs::path& path) : path_(path) {
         fs::create_directory(path_);
         if (::geteuid() != 0) {
@@ -165,7 +165,7 @@ class ReadOnlyDirectory {
     }
     const std::string& unavailable() const { return unavailable_; }
 
-  private:
+private:
     fs::path path_;
     bool mounted_ = false;
     std::string unavailable_;

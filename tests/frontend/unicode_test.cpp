@@ -16,9 +16,13 @@ TEST(Unicode, WellFormedTextRoundTrips) {
 
 TEST(Unicode, IllFormedBytesBecomeOneReplacementEachAndDecodingGoesOn) {
     const std::u32string replacement = U"\uFFFD";
-    EXPECT_EQ(decodeUtf8("a\xff" "b"), U"a" + replacement + U"b");
+    EXPECT_EQ(decodeUtf8("a\xff"
+                         "b"),
+              U"a" + replacement + U"b");
     // A truncated sequence is one replacement, and the byte that broke it is read again.
-    EXPECT_EQ(decodeUtf8("\xe4\xb8" "x"), replacement + U"x");
+    EXPECT_EQ(decodeUtf8("\xe4\xb8"
+                         "x"),
+              replacement + U"x");
     EXPECT_EQ(decodeUtf8("\xf0\x9f\x98"), replacement);
     // Overlong forms, surrogates and values past U+10FFFF are not scalars.
     EXPECT_EQ(decodeUtf8("\xc0\xaf"), replacement + replacement);

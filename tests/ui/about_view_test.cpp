@@ -155,10 +155,10 @@ class FakeFileManager : public QObject {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
 
-  public:
+public:
     QList<QStringList> shown;
 
-  public slots:
+public slots:
     void ShowItems(const QStringList& uris, const QString& startupId) {
         Q_UNUSED(startupId);
         shown.append(uris);
@@ -169,13 +169,13 @@ class FakeFileManager : public QObject {
 class OpenedUrls : public QObject {
     Q_OBJECT
 
-  public:
+public:
     OpenedUrls() { QDesktopServices::setUrlHandler("file", this, "open"); }
     ~OpenedUrls() override { QDesktopServices::unsetUrlHandler("file"); }
 
     QList<QUrl> urls;
 
-  public slots:
+public slots:
     void open(const QUrl& url) { urls.append(url); }
 };
 

@@ -35,7 +35,7 @@ void fillClipboardWithRichContent() {
 }
 
 class ConnectSheet : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         window_.resize(640, 420);
         window_.show();

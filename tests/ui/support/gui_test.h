@@ -25,13 +25,13 @@ QPalette darkPalette();
 
 // Sets the application palette for as long as it lives, then puts the old one back.
 class ApplicationPalette {
-  public:
+public:
     explicit ApplicationPalette(const QPalette& palette);
     ~ApplicationPalette();
     ApplicationPalette(const ApplicationPalette&) = delete;
     ApplicationPalette& operator=(const ApplicationPalette&) = delete;
 
-  private:
+private:
     QPalette previous_;
 };
 

@@ -11,7 +11,7 @@
 namespace murmela::testing {
 
 class PrivateSessionBus {
-  public:
+public:
     // Starts the daemon; address() is empty when it could not be started.
     PrivateSessionBus();
     ~PrivateSessionBus();
@@ -23,7 +23,7 @@ class PrivateSessionBus {
     // A private directory for the run (mode 0700), fit to be XDG_RUNTIME_DIR too.
     const std::filesystem::path& directory() const { return directory_.path(); }
 
-  private:
+private:
     TemporaryDirectory directory_{"murmela-bus"};
     pid_t daemon_ = -1;
     std::string address_;
