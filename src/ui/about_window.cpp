@@ -2,9 +2,10 @@
 
 #include <QApplication>
 #include <QKeySequence>
+#include <QLayout>
+#include <QMainWindow>
 #include <QScreen>
 #include <QShortcut>
-#include <QVBoxLayout>
 
 #include "ui/about_view.h"
 
@@ -33,17 +34,17 @@ QWidget* AboutWindow::open() {
 }
 
 QWidget* AboutWindow::make() {
-    // No maximise button: the window is exactly as large as its content.
-    auto* window = new QWidget(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
-                                            Qt::WindowCloseButtonHint);
+    // No maximise button: the window is exactly as large as its content. A main window, not a
+    // plain widget, so assistive technology announces it as a window.
+    auto* window = new QMainWindow(nullptr, Qt::Window | Qt::CustomizeWindowHint |
+                                                Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     window->setObjectName(QStringLiteral("about"));
     window->setAttribute(Qt::WA_DeleteOnClose);
     window->setWindowTitle(tables_.text(QStringLiteral("murmela.about.title")));
     window->setAccessibleName(window->windowTitle());
-    auto* layout = new QVBoxLayout(window);
-    layout->setContentsMargins(0, 0, 0, 0);
+    window->setCentralWidget(new AboutView(tables_, AboutView::defaultLicensesFolder(), window));
+    QLayout* layout = window->layout();
     layout->setSizeConstraint(QLayout::SetFixedSize);
-    layout->addWidget(new AboutView(tables_, AboutView::defaultLicensesFolder(), window));
     auto* close = new QShortcut(QKeySequence::Close, window);
     QObject::connect(close, &QShortcut::activated, window, &QWidget::close);
     // Settle the size now, so the window is centred with the size it will show.
