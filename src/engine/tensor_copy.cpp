@@ -24,20 +24,6 @@ size_t size(int64_t rows, int64_t columns) {
 // A tile of the transpose fits in the first-level cache whichever way it is read.
 constexpr int64_t tile = 32;
 
-void transpose(const float* from, float* to, int64_t rows, int64_t columns) {
-    for (int64_t r0 = 0; r0 < rows; r0 += tile) {
-        int64_t r1 = std::min(r0 + tile, rows);
-        for (int64_t c0 = 0; c0 < columns; c0 += tile) {
-            int64_t c1 = std::min(c0 + tile, columns);
-            for (int64_t r = r0; r < r1; ++r) {
-                for (int64_t c = c0; c < c1; ++c) {
-                    to[c * rows + r] = from[r * columns + c];
-                }
-            }
-        }
-    }
-}
-
 }  // namespace
 
 std::vector<float> denseRows(const StridedMatrix<float>& matrix, int64_t rows, int64_t columns) {
@@ -77,12 +63,24 @@ std::vector<float> transposedFloats(const StridedMatrix<uint16_t>& matrix, int64
     requireBlock(matrix.rows, matrix.columns, rows, columns);
     std::vector<float> result(size(rows, columns));
     if (matrix.columnStride == 1) {
-        std::vector<float> converted(size(rows, columns));
-        for (int64_t r = 0; r < rows; ++r) {
-            halfToFloat(matrix.row(r), converted.data() + r * columns,
-                        static_cast<size_t>(columns));
+        // Converted a tile at a time, so the floats are written out while still in cache.
+        float converted[tile * tile];
+        for (int64_t r0 = 0; r0 < rows; r0 += tile) {
+            const int64_t r1 = std::min(r0 + tile, rows);
+            for (int64_t c0 = 0; c0 < columns; c0 += tile) {
+                const int64_t width = std::min(tile, columns - c0);
+                for (int64_t r = r0; r < r1; ++r) {
+                    halfToFloat(matrix.row(r) + c0, converted + (r - r0) * tile,
+                                static_cast<size_t>(width));
+                }
+                for (int64_t c = 0; c < width; ++c) {
+                    float* out = result.data() + (c0 + c) * rows;
+                    for (int64_t r = r0; r < r1; ++r) {
+                        out[r] = converted[(r - r0) * tile + c];
+                    }
+                }
+            }
         }
-        transpose(converted.data(), result.data(), rows, columns);
     } else {
         for (int64_t r = 0; r < rows; ++r) {
             for (int64_t c = 0; c < columns; ++c) {

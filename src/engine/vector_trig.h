@@ -12,9 +12,10 @@ namespace murmela {
 // sine[i] = sin(x[i]), cosine[i] = cos(x[i]). The arrays must not overlap.
 void sineCosine(const float* x, float* sine, float* cosine, std::size_t count);
 
-// real[i] = magnitude[i] * cos(phase[i]), imaginary[i] = magnitude[i] * sin(phase[i]).
-// The output arrays must not overlap the inputs or each other.
-void polarToRectangular(const float* magnitude, const float* phase, float* real, float* imaginary,
+// complex[2i] = magnitude[i] * cos(phase[i]), complex[2i + 1] = magnitude[i] * sin(phase[i]):
+// real and imaginary parts interleaved, as a DFT library's complex array holds them. The output
+// must not overlap the inputs.
+void polarToInterleaved(const float* magnitude, const float* phase, float* complex,
                         std::size_t count);
 
 }  // namespace murmela

@@ -67,20 +67,24 @@ TEST(VectorTrig, ExactAtZeroAndNaNForNonFinite) {
     }
 }
 
-TEST(VectorTrig, PolarToRectangularScalesByTheMagnitude) {
+TEST(VectorTrig, PolarToInterleavedScalesByTheMagnitudeAndKeepsThePairsInOrder) {
     // An odd count exercises the loop's tail.
     std::vector<float> magnitude, phase;
     for (int i = 0; i < 515; ++i) {
         magnitude.push_back(i % 5 == 0 ? 0.0f : 0.25f * static_cast<float>(i));
         phase.push_back(-9.0f + 0.031f * static_cast<float>(i));
     }
-    std::vector<float> real(515), imaginary(515);
-    polarToRectangular(magnitude.data(), phase.data(), real.data(), imaginary.data(), 515);
+    // One guard value past the end: the tail must not write beyond 2 * count.
+    std::vector<float> complex(2 * 515 + 1, 7.0f);
+    polarToInterleaved(magnitude.data(), phase.data(), complex.data(), 515);
     for (size_t i = 0; i < 515; ++i) {
         double m = magnitude[i];
-        ASSERT_NEAR(real[i], m * std::cos(static_cast<double>(phase[i])), m * tolerance) << i;
-        ASSERT_NEAR(imaginary[i], m * std::sin(static_cast<double>(phase[i])), m * tolerance) << i;
+        ASSERT_NEAR(complex[2 * i], m * std::cos(static_cast<double>(phase[i])), m * tolerance)
+            << i;
+        ASSERT_NEAR(complex[2 * i + 1], m * std::sin(static_cast<double>(phase[i])), m * tolerance)
+            << i;
     }
+    EXPECT_EQ(complex.back(), 7.0f);
 }
 
 }  // namespace
