@@ -1,14 +1,10 @@
 #include "audio/player.h"
 
-#include <QThread>
 #include <QTimer>
 
 #include <chrono>
 #include <cmath>
-#include <condition_variable>
 #include <limits>
-#include <mutex>
-#include <optional>
 
 #include "audio/audio_switches.h"
 #include "audio/programming_error.h"
@@ -35,23 +31,13 @@ Player::Player(QObject* parent) : QObject(parent) {
     }
     SinkStream::bindServerConnectionToThisThread();
     stream_ = new SinkStream(muteSwitchedOn());
+    stream_->setParent(this);
     feed_ = &stream_->feed();
-    // Queued: the reports come on the main thread, and a released player receives none.
+    // Queued: a report is taken after whatever the sink was doing when it was made.
     connect(stream_, &SinkStream::reportsReady, this, &Player::takeReports, Qt::QueuedConnection);
-    audioThread_ = new QThread(this);
-    audioThread_->setObjectName(QStringLiteral("murmela.audio"));
-    stream_->moveToThread(audioThread_);
-    // The sink is torn down on its own thread, as the thread ends.
-    connect(audioThread_, &QThread::finished, stream_, &QObject::deleteLater);
-    audioThread_->start(QThread::TimeCriticalPriority);
 }
 
-Player::~Player() {
-    if (audioThread_) {
-        audioThread_->quit();
-        audioThread_->wait();
-    }
-}
+Player::~Player() = default;
 
 void Player::start(std::function<void()> idle) {
     stop();
@@ -67,22 +53,7 @@ void Player::start(std::function<void()> idle) {
 }
 
 QString Player::openStream() {
-    // Waits for the audio thread to open the stream, so that a failure can be thrown.
-    struct Outcome {
-        std::mutex mutex;
-        std::condition_variable done;
-        std::optional<QString> problem;
-    } outcome;
-    stream_->post([stream = stream_, generation = generation_, &outcome] {
-        QString problem = stream->open(generation);
-        std::lock_guard lock(outcome.mutex);
-        outcome.problem = std::move(problem);
-        // Under the lock: the waiting thread cannot return, and end `outcome`, before this.
-        outcome.done.notify_one();
-    });
-    std::unique_lock lock(outcome.mutex);
-    outcome.done.wait(lock, [&] { return outcome.problem.has_value(); });
-    return *outcome.problem;
+    return stream_->open(generation_);
 }
 
 void Player::schedule(std::vector<float> samples) {
@@ -135,7 +106,7 @@ void Player::stop() {
     idle_ = nullptr;
     if (stream_) {
         feed_->discard();
-        stream_->post([stream = stream_] { stream->close(); });
+        stream_->close();
     }
 }
 

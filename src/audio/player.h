@@ -8,8 +8,10 @@
 // timers; with MURMELA_MUTE=1 the device plays at volume 0.
 //
 // Every member is called on the main thread, and every callback and signal comes there. The
-// sink runs on an audio thread of its own, which only posts reports to the main thread; a
-// released player lets them lapse.
+// sink lives on the main thread too: Qt keeps its one connection to the sound server there, and
+// when the server goes away it frees that connection at once on its own thread, so a sink on any
+// other thread could still be using it. The sink pulls samples without blocking, so the main
+// thread never waits for it.
 
 #include <QObject>
 #include <QString>
@@ -18,8 +20,6 @@
 #include <functional>
 #include <stdexcept>
 #include <vector>
-
-class QThread;
 
 namespace murmela {
 
@@ -70,9 +70,8 @@ private:
     void takeReports();
     void callIdleIfDone();
 
-    QThread* audioThread_ = nullptr;  // none without a device
-    SinkStream* stream_ = nullptr;    // lives on the audio thread
-    SampleFeed* feed_ = nullptr;      // the stream's, shared with the main thread
+    SinkStream* stream_ = nullptr;  // a child; none without a device
+    SampleFeed* feed_ = nullptr;    // the stream's
     int64_t generation_ = 0;
     int64_t pending_ = 0;
     bool finished_ = false;

@@ -4,7 +4,8 @@
 // playing time. It notes where in the stream each block ends, which tells when a block has been
 // heard once the sink reports how far it has played.
 //
-// Thread-safe: the main thread hands in blocks, the audio thread reads them.
+// Thread-safe: the producer side may hand in blocks on one thread while the sink side reads
+// them on another.
 
 #include <QIODevice>
 
@@ -23,25 +24,25 @@ class SampleFeed : public QIODevice {
 public:
     explicit SampleFeed(QObject* parent = nullptr);
 
-    // Main thread. Appends a block of samples (already clamped) for the utterance `generation`.
+    // Producer side. Appends a block of samples (already clamped) for the utterance `generation`.
     void push(int64_t generation, std::vector<float> samples);
-    // Main thread. The producer has handed over the last block of the utterance.
+    // Producer side. The producer has handed over the last block of the utterance.
     void finish();
-    // Main thread. Drops every block not yet read and every unreported block end.
+    // Producer side. Drops every block not yet read and every unreported block end.
     void discard();
 
-    // Audio thread. Tells the reader, which found nothing last time, that blocks have come.
+    // Sink side. Tells the reader, which found nothing last time, that blocks have come.
     void wakeReaderIfWaiting();
-    // Audio thread. A new sink stream starts reading at position 0.
+    // Sink side. A new sink stream starts reading at position 0.
     void beginStream();
-    // Audio thread. Takes the blocks that end at or before stream frame `playedFrames`, in order,
+    // Sink side. Takes the blocks that end at or before stream frame `playedFrames`, in order,
     // and gives their generations.
     std::vector<int64_t> takePlayed(int64_t playedFrames);
-    // Audio thread. Blocks wait to be read or to be reported as played.
+    // Sink side. Blocks wait to be read or to be reported as played.
     bool hasUnplayedBlocks() const;
-    // Audio thread. The utterance is over: finished, everything read and every block reported.
+    // Sink side. The utterance is over: finished, everything read and every block reported.
     bool drained() const;
-    // Audio thread. When the stream first got samples, if it did.
+    // Sink side. When the stream first got samples, if it did.
     std::optional<std::chrono::steady_clock::time_point> firstSampleTime() const;
 
     bool isSequential() const override { return true; }

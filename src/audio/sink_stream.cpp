@@ -71,50 +71,18 @@ void SinkStream::bindServerConnectionToThisThread() {
     sink.stop();
 }
 
-SinkStream::SinkStream(bool muted)
-    : feed_(new SampleFeed(this)),
-      poller_(this),  // a child, so that it moves to the audio thread too
-      muted_(muted) {
+SinkStream::SinkStream(bool muted) : feed_(new SampleFeed(this)), poller_(this), muted_(muted) {
     poller_.setTimerType(Qt::PreciseTimer);
     poller_.setInterval(kPollInterval);
     connect(&poller_, &QTimer::timeout, this, &SinkStream::poll);
-    connect(this, &SinkStream::commandsPosted, this, &SinkStream::runCommands,
-            Qt::QueuedConnection);
-}
-
-void SinkStream::post(std::function<void()> command) {
-    {
-        std::lock_guard lock(mutex_);
-        commands_.push_back(std::move(command));
-    }
-    emit commandsPosted();
 }
 
 std::vector<SinkStream::Report> SinkStream::takeReports() {
-    std::lock_guard lock(mutex_);
     return std::exchange(reports_, {});
 }
 
-void SinkStream::runCommands() {
-    for (;;) {
-        std::function<void()> command;
-        {
-            std::lock_guard lock(mutex_);
-            if (commands_.empty()) {
-                return;
-            }
-            command = std::move(commands_.front());
-            commands_.pop_front();
-        }
-        command();
-    }
-}
-
 void SinkStream::report(Report report) {
-    {
-        std::lock_guard lock(mutex_);
-        reports_.push_back(std::move(report));
-    }
+    reports_.push_back(std::move(report));
     emit reportsReady();
 }
 
