@@ -11,6 +11,7 @@
 #include <string>
 
 #include "engine/programming_error.h"
+#include "engine/target_clones.h"
 #include "engine/vector_trig.h"
 
 // The per-sample loops are written for the vectoriser (this file is compiled with
@@ -59,19 +60,15 @@ fftwf_complex* asComplex(float* interleaved) {
 
 // The per-sample loops are also built for AVX2 (no fused multiply-add, and the file is built
 // without contraction), picked at load time: the same bits either way.
-__attribute__((target_clones("avx2", "default"))) void multiplyAdd(float* __restrict sum,
-                                                                   const float* __restrict a,
-                                                                   const float* __restrict b,
-                                                                   int64_t count) {
+MURMELA_ALSO_FOR_AVX2 void multiplyAdd(float* __restrict sum, const float* __restrict a,
+                                       const float* __restrict b, int64_t count) {
 #pragma omp simd
     for (int64_t i = 0; i < count; ++i) {
         sum[i] += a[i] * b[i];
     }
 }
 
-__attribute__((target_clones("avx2", "default"))) void add(float* __restrict sum,
-                                                           const float* __restrict a,
-                                                           int64_t count) {
+MURMELA_ALSO_FOR_AVX2 void add(float* __restrict sum, const float* __restrict a, int64_t count) {
 #pragma omp simd
     for (int64_t i = 0; i < count; ++i) {
         sum[i] += a[i];
@@ -80,9 +77,8 @@ __attribute__((target_clones("avx2", "default"))) void add(float* __restrict sum
 
 // samples[i] = samples[offset + i] / max(normaliser[offset + i], floor), in place: each value
 // is read before it is overwritten since offset >= 0, also a vector at a time.
-__attribute__((target_clones("avx2", "default"))) void normalise(float* samples,
-                                                                 const float* __restrict normaliser,
-                                                                 int64_t offset, int64_t count) {
+MURMELA_ALSO_FOR_AVX2 void normalise(float* samples, const float* __restrict normaliser,
+                                     int64_t offset, int64_t count) {
 #pragma omp simd
     for (int64_t i = 0; i < count; ++i) {
         float divisor = normaliser[offset + i];

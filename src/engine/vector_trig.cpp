@@ -3,6 +3,8 @@
 #include <bit>
 #include <cstdint>
 
+#include "engine/target_clones.h"
+
 // The loops are written for the vectoriser (this file is compiled with -fopenmp-simd): no
 // branches, no calls, the quadrant taken from bits rather than by a float-to-int conversion.
 
@@ -52,10 +54,8 @@ inline void sineAndCosine(float x, float& sine, float& cosine) {
 // Each loop is also built for AVX2, chosen at load time where the processor has it. AVX2 alone
 // brings no fused multiply-add, and the file is built without contraction, so both builds give
 // the same bits.
-__attribute__((target_clones("avx2", "default"))) void sineCosine(const float* __restrict x,
-                                                                  float* __restrict sine,
-                                                                  float* __restrict cosine,
-                                                                  std::size_t count) {
+MURMELA_ALSO_FOR_AVX2 void sineCosine(const float* __restrict x, float* __restrict sine,
+                                      float* __restrict cosine, std::size_t count) {
 #pragma omp simd
     for (std::size_t i = 0; i < count; ++i) {
         float s, c;
@@ -65,9 +65,9 @@ __attribute__((target_clones("avx2", "default"))) void sineCosine(const float* _
     }
 }
 
-__attribute__((target_clones("avx2", "default"))) void polarToInterleaved(
-    const float* __restrict magnitude, const float* __restrict phase, float* __restrict complex,
-    std::size_t count) {
+MURMELA_ALSO_FOR_AVX2 void polarToInterleaved(const float* __restrict magnitude,
+                                              const float* __restrict phase,
+                                              float* __restrict complex, std::size_t count) {
 #pragma omp simd
     for (std::size_t i = 0; i < count; ++i) {
         float s, c;
