@@ -42,7 +42,7 @@ Player::~Player() = default;
 void Player::start(std::function<void()> idle) {
     stop();
     if (stream_) {
-        const QString description = openStream();
+        const QString description = stream_->open(generation_);
         if (!description.isEmpty()) {
             throw AudioOutputError(description.toStdString());
         }
@@ -50,10 +50,6 @@ void Player::start(std::function<void()> idle) {
         clock_ = uptimeSeconds();
     }
     idle_ = std::move(idle);
-}
-
-QString Player::openStream() {
-    return stream_->open(generation_);
 }
 
 void Player::schedule(std::vector<float> samples) {

@@ -66,7 +66,6 @@ signals:
 
 private:
     void blockDone(int64_t generation);
-    QString openStream();
     void takeReports();
     void callIdleIfDone();
 
