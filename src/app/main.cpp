@@ -34,10 +34,9 @@ bool isSet(const char* name) {
     return value != nullptr && *value != '\0';
 }
 
-// Qt ends the process with a screenful of messages when it cannot reach a display. Until the
-// application object stands, its platform's chatter is held back and a fatal message becomes
-// one plain line and exit code 1.
-bool startingUp = true;
+// Qt ends the process with a screenful of messages when it cannot reach a display. While the
+// application object is made, its platform's chatter is held back and a fatal message becomes
+// one plain line and exit code 1; afterwards Qt's own handler is back.
 QString heldBack;
 
 void startUpMessages(QtMsgType type, const QMessageLogContext& context, const QString& message) {
@@ -52,14 +51,12 @@ void startUpMessages(QtMsgType type, const QMessageLogContext& context, const QS
     }
     const bool platformChatter =
         context.category != nullptr && std::strncmp(context.category, "qt.qpa", 6) == 0;
-    if (startingUp && platformChatter) {
-        if (heldBack.isEmpty()) {
-            heldBack = message;
-        }
-        return;
+    if (!platformChatter) {
+        std::fprintf(stderr, "%s\n",
+                     qFormatLogMessage(type, context, message).toLocal8Bit().constData());
+    } else if (heldBack.isEmpty()) {
+        heldBack = message;
     }
-    std::fprintf(stderr, "%s\n",
-                 qFormatLogMessage(type, context, message).toLocal8Bit().constData());
 }
 
 // Interactive use: the windows and the model.
@@ -72,7 +69,7 @@ int runInteractive(int& argc, char** argv, const ArgumentDomain& arguments) {
     }
     qInstallMessageHandler(startUpMessages);
     QApplication application(argc, argv);
-    startingUp = false;
+    qInstallMessageHandler(nullptr);
     QApplication::setApplicationName(QString::fromUtf8(buildinfo::appName));
     QApplication::setApplicationVersion(QString::fromUtf8(buildinfo::version));
     QApplication::setDesktopFileName(QString::fromUtf8(buildinfo::appId));

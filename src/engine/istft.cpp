@@ -127,6 +127,15 @@ ISTFT::ISTFT(int64_t n, int64_t hop) : n_(n), hop_(hop), pad_((n - hop) / 2) {
         programmingError("inverse DFT gives " + std::to_string(first) + " for a unit DC value");
     }
     scale_ = (1.0f / static_cast<float>(n)) / first;
+
+    // What overlap-add uses of the window, made once: the window with the DFT's scale folded in,
+    // and its square for the normaliser.
+    synthesisWindow_.resize(window_.size());
+    squaredWindow_.resize(window_.size());
+    for (size_t i = 0; i < window_.size(); ++i) {
+        synthesisWindow_[i] = window_[i] * scale_;
+        squaredWindow_[i] = window_[i] * window_[i];
+    }
 }
 
 std::vector<float> ISTFT::run(std::span<const float> mag, std::span<const float> phase,
@@ -148,13 +157,6 @@ std::vector<float> ISTFT::run(std::span<const float> mag, std::span<const float>
     std::vector<float> out(static_cast<size_t>(length), 0.0f);
     std::vector<float> normaliser(static_cast<size_t>(length), 0.0f);
 
-    std::vector<float> synthesisWindow(static_cast<size_t>(n_));
-    std::vector<float> squaredWindow(static_cast<size_t>(n_));
-    for (size_t i = 0; i < window_.size(); ++i) {
-        synthesisWindow[i] = window_[i] * scale_;
-        squaredWindow[i] = window_[i] * window_[i];
-    }
-
     AlignedArray spectrum(2 * bins), frame(n_);
     for (int64_t t = 0; t < frames; ++t) {
         polarToInterleaved(mag.data() + t * bins, phase.data() + t * bins, spectrum.data(),
@@ -165,8 +167,8 @@ std::vector<float> ISTFT::run(std::span<const float> mag, std::span<const float>
         spectrum[2 * half + 1] = 0.0f;
         // The transform overwrites its input; the next frame writes all of it again.
         fftwf_execute_dft_c2r(setup_.get(), asComplex(spectrum.data()), frame.data());
-        multiplyAdd(out.data() + t * hop_, frame.data(), synthesisWindow.data(), n_);
-        add(normaliser.data() + t * hop_, squaredWindow.data(), n_);
+        multiplyAdd(out.data() + t * hop_, frame.data(), synthesisWindow_.data(), n_);
+        add(normaliser.data() + t * hop_, squaredWindow_.data(), n_);
     }
 
     const int64_t count = frames * hop_;

@@ -43,6 +43,8 @@ private:
     int64_t hop_;
     int64_t pad_;
     std::vector<float> window_;
+    std::vector<float> synthesisWindow_;
+    std::vector<float> squaredWindow_;
     std::unique_ptr<fftwf_plan_s, PlanDeleter> setup_;
     float scale_;
 };

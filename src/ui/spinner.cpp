@@ -12,7 +12,6 @@ constexpr int stepMilliseconds = 80;
 }  // namespace
 
 Spinner::Spinner(QWidget* parent) : QWidget(parent) {
-    setAccessibleName(QStringLiteral("progress"));
     timer_.setInterval(stepMilliseconds);
     connect(&timer_, &QTimer::timeout, this, [this] {
         angle_ = (angle_ + stepDegrees) % 360;

@@ -83,9 +83,10 @@ void StatusLine::showStatus(Phase phase, const std::optional<Notice>& notice) {
     label_->setText(text);
     followForegroundColor(label_, tables_.tokens.color(content.colorName));
     retry_->setVisible(content.retry);
-    // A screen reader hears the line as one status text.
+    // A screen reader hears the line as one status text; the spinner says what it waits for.
     setAccessibleName(text);
     label_->setAccessibleName(text);
+    spinner_->setAccessibleName(text);
 }
 
 }  // namespace murmela::ui
