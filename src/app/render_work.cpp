@@ -23,26 +23,26 @@ int64_t millisecondsSince(std::chrono::steady_clock::time_point start) {
 
 std::optional<UtteranceEnd> synthesiseUtterance(
     Voice& voice, std::string_view text, double speed, const CancelFlag& cancel,
-    const std::function<void(SpokenChunk)>& chunkReady) {
+    const std::function<void(PlayableChunk)>& chunkReady) {
     UtteranceEnd end;
     bool cancelled = false;
+    auto chunkStart = std::chrono::steady_clock::now();
     try {
-        voice.phonemizer().chunks(text, [&](std::vector<int64_t> ids) {
-            if (end.chunks == 1) {
+        voice.speak(text, speed, [&](SpokenChunk&& chunk) {
+            if (cancel.isCancelled()) {
+                cancelled = true;
+                return false;
+            }
+            chunkReady({chunk.index == 0, millisecondsSince(chunkStart), chunk.ids.size(),
+                        std::move(chunk.result.samples)});
+            if (chunk.index == 0) {
                 // The first block is on its way to the main thread, which hands it to the
                 // player; with few cores, synthesising the next chunk at once would keep the
                 // main thread waiting for a processor. Its audio lasts far longer than this.
                 std::this_thread::sleep_for(handOverPause);
             }
-            if (cancel.isCancelled()) {
-                cancelled = true;
-                return false;
-            }
-            // Counted before synthesis: a text whose first chunk fails did give a chunk.
-            const bool first = end.chunks++ == 0;
-            const auto start = std::chrono::steady_clock::now();
-            SynthesisResult result = voice.synthesize(ids, speed);
-            chunkReady({first, millisecondsSince(start), ids.size(), std::move(result.samples)});
+            ++end.chunks;
+            chunkStart = std::chrono::steady_clock::now();
             return true;
         });
     } catch (...) {
@@ -61,14 +61,12 @@ std::optional<SaveOutcome> renderToWav(Voice& voice, std::string_view text, doub
     size_t chunks = 0;
     bool abandoned = false;
     try {
-        voice.phonemizer().chunks(text, [&](std::vector<int64_t> ids) {
+        chunks = voice.speak(text, speed, [&](SpokenChunk&& chunk) {
             if (abandon.isCancelled()) {
                 abandoned = true;
                 return false;
             }
-            const SynthesisResult result = voice.synthesize(ids, speed);
-            samples.insert(samples.end(), result.samples.begin(), result.samples.end());
-            ++chunks;
+            samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
             return true;
         });
         if (abandoned) {

@@ -17,7 +17,7 @@
 namespace murmela {
 
 // One synthesised chunk of an utterance.
-struct SpokenChunk {
+struct PlayableChunk {
     bool first = false;
     int64_t milliseconds = 0;  // its synthesis took, truncated
     size_t ids = 0;            // token ids in the chunk
@@ -35,7 +35,7 @@ struct UtteranceEnd {
 // handed over and nothing is returned. A synthesis error ends the utterance.
 std::optional<UtteranceEnd> synthesiseUtterance(Voice& voice, std::string_view text, double speed,
                                                 const CancelFlag& cancel,
-                                                const std::function<void(SpokenChunk)>& chunkReady);
+                                                const std::function<void(PlayableChunk)>& chunkReady);
 
 // How a save ended.
 struct SaveOutcome {

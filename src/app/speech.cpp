@@ -158,7 +158,7 @@ void Speech::speak() {
     setPhase(Phase::speaking);
     renderQueue_.post([self = this, voice = std::move(voice), text = std::move(text), speed, flag] {
         const std::optional<UtteranceEnd> end =
-            synthesiseUtterance(*voice, text, speed, *flag, [&](SpokenChunk chunk) {
+            synthesiseUtterance(*voice, text, speed, *flag, [&](PlayableChunk chunk) {
                 self->inbox_.post([self, flag, chunk = std::move(chunk)]() mutable {
                     self->chunkReady(flag, std::move(chunk));
                 });
@@ -169,7 +169,7 @@ void Speech::speak() {
     });
 }
 
-void Speech::chunkReady(const std::shared_ptr<CancelFlag>& flag, SpokenChunk chunk) {
+void Speech::chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk) {
     if (!isCurrent(flag)) {
         return;  // a stopped utterance
     }

@@ -35,7 +35,7 @@
 
 namespace murmela {
 
-struct SpokenChunk;
+struct PlayableChunk;
 struct UtteranceEnd;
 struct SaveOutcome;
 
@@ -120,7 +120,7 @@ private:
 
     void voiceLoaded(std::shared_ptr<Voice> voice, int64_t milliseconds);
     void loadFailed(const std::string& description);
-    void chunkReady(const std::shared_ptr<CancelFlag>& flag, SpokenChunk chunk);
+    void chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk);
     void utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end);
     void utteranceHeard(const std::shared_ptr<CancelFlag>& flag);
     void outputFailed(const QString& description);

@@ -46,4 +46,14 @@ SynthesisResult Voice::synthesize(std::span<const int64_t> ids, double speed) {
     return left;
 }
 
+size_t Voice::speak(std::string_view text, double speed,
+                    const std::function<bool(SpokenChunk&&)>& spoken) {
+    size_t handedOver = 0;
+    phonemizer_.chunks(text, [&](std::vector<int64_t> ids) {
+        SynthesisResult result = synthesize(ids, speed);
+        return spoken(SpokenChunk{handedOver++, std::move(ids), std::move(result)});
+    });
+    return handedOver;
+}
+
 }  // namespace murmela

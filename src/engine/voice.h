@@ -5,16 +5,27 @@
 //
 // Immutable after opening apart from the model's runtime sessions: one synthesis at a time.
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <span>
+#include <string_view>
+#include <vector>
 
 #include "engine/synthesis_result.h"
 #include "engine/voice_model.h"
 #include "frontend/phonemizer.h"
 
 namespace murmela {
+
+// One chunk of an utterance, handed over as soon as it has been synthesised.
+struct SpokenChunk {
+    size_t index = 0;          // 0 for the text's first chunk
+    std::vector<int64_t> ids;  // the chunk's token ids
+    SynthesisResult result;    // its frame counts and samples
+};
 
 class Voice {
 public:
@@ -28,6 +39,15 @@ public:
     // decoder is cut in two, after the comma or space nearest its middle, and the halves are
     // synthesised in turn and joined as they are.
     SynthesisResult synthesize(std::span<const int64_t> ids, double speed);
+
+    // The one way text becomes sound: `text` cut into chunks as its sentences are phonemised,
+    // each chunk synthesised at `speed` and handed to `spoken` before the next is begun, so a
+    // caller can play or write the first while the rest is still unread. Stops, phonemising
+    // and synthesising nothing more, as soon as `spoken` returns false. Returns the number of
+    // chunks handed over. A synthesis error is passed on unchanged; chunks handed over before
+    // it stay handed over.
+    size_t speak(std::string_view text, double speed,
+                 const std::function<bool(SpokenChunk&&)>& spoken);
 
     VoiceModel& model() { return *model_; }
     const Phonemizer& phonemizer() const { return phonemizer_; }

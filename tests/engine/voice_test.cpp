@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <numeric>
@@ -145,21 +146,45 @@ TEST_F(VoiceTest, OpeningChecksEspeakThenTheVocabularyThenTheModels) {
     EXPECT_THROW(Voice{directory.path()}, std::filesystem::filesystem_error);
 }
 
-TEST_F(VoiceTest, TextBecomesSamplesThroughThePhonemizer) {
+TEST_F(VoiceTest, SpeakingHandsOverEachChunkAsItIsMadeAndStopsWhenTold) {
     Voice voice(directory.path());
-    std::vector<std::vector<int64_t>> chunks =
-        voice.phonemizer().chunks("Hello there, my friend. This is Murmela, speaking slowly!");
+    const std::string text = "Hello there, my friend. This is Murmela, speaking slowly!";
+    std::vector<std::vector<int64_t>> chunks = voice.phonemizer().chunks(text);
     ASSERT_EQ(chunks.size(), 2u);
-    for (const std::vector<int64_t>& chunk : chunks) {
-        SynthesisResult result = voice.synthesize(chunk, 1.25);
-        EXPECT_EQ(result.frameCounts.size(), chunk.size() + 2);
-        const int64_t frames =
-            std::accumulate(result.frameCounts.begin(), result.frameCounts.end(), int64_t{0});
-        ASSERT_EQ(result.samples.size(), static_cast<size_t>(frames * 300));
-        EXPECT_TRUE(std::all_of(result.samples.begin(), result.samples.end(),
-                                [](float sample) { return std::isfinite(sample); }));
-        EXPECT_GT(*std::max_element(result.samples.begin(), result.samples.end()), 0.01f);
+
+    std::vector<SpokenChunk> spoken;
+    EXPECT_EQ(voice.speak(text, 1.25,
+                          [&](SpokenChunk&& chunk) {
+                              spoken.push_back(std::move(chunk));
+                              return true;
+                          }),
+              2u);
+    ASSERT_EQ(spoken.size(), 2u);
+    for (size_t index = 0; index < chunks.size(); ++index) {
+        EXPECT_EQ(spoken[index].index, index);
+        EXPECT_EQ(spoken[index].ids, chunks[index]);
+        SynthesisResult direct = voice.synthesize(chunks[index], 1.25);
+        EXPECT_EQ(spoken[index].result.frameCounts, direct.frameCounts);
+        EXPECT_EQ(spoken[index].result.samples, direct.samples);
+        EXPECT_GT(*std::max_element(direct.samples.begin(), direct.samples.end()), 0.01f);
     }
+
+    // Refusing the first chunk ends the utterance there: the second is never synthesised.
+    size_t calls = 0;
+    EXPECT_EQ(voice.speak(text, 1.0, [&](SpokenChunk&&) { return ++calls < 1; }), 1u);
+    EXPECT_EQ(calls, 1u);
+
+    // A chunk the model can't take ends it with that error, after what was already handed over.
+    setBuckets({8}, {64});
+    Voice small(directory.path());
+    calls = 0;
+    EXPECT_THROW(small.speak("Hi. " + text, 1.0,
+                             [&](SpokenChunk&&) {
+                                 ++calls;
+                                 return true;
+                             }),
+                 VoiceError);
+    EXPECT_EQ(calls, 1u);
 }
 
 }  // namespace
