@@ -8,6 +8,8 @@ find_package(nlohmann_json 3 REQUIRED CONFIG)
 find_package(Threads REQUIRED)
 
 # A distribution that packages ONNX Runtime is used as it is; otherwise the project cache.
+# Libraries only the program uses go to this directory of the installation prefix.
+set(MURMELA_PRIVATE_LIBDIR lib/murmela)
 find_package(onnxruntime CONFIG QUIET)
 if(TARGET onnxruntime::onnxruntime)
     message(STATUS "ONNX Runtime: system package")
@@ -28,11 +30,12 @@ else()
         IMPORTED_LOCATION ${MURMELA_ONNXRUNTIME_LIBRARY}
         IMPORTED_SONAME libonnxruntime.so.1
         INTERFACE_INCLUDE_DIRECTORIES ${MURMELA_ONNXRUNTIME_INCLUDE})
-    # The runtime is installed beside the program; the build tree finds it in the cache.
+    # The runtime is installed privately beside the program, outside the system's library
+    # path, and found through its RUNPATH; the build tree finds it in the cache.
     get_filename_component(onnxruntime_library_dir ${MURMELA_ONNXRUNTIME_LIBRARY} DIRECTORY)
     set(CMAKE_BUILD_RPATH ${onnxruntime_library_dir})
-    set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}/murmela")
-    install(FILES ${MURMELA_ONNXRUNTIME_LIBRARY} DESTINATION ${CMAKE_INSTALL_LIBDIR}/murmela)
+    set(CMAKE_INSTALL_RPATH "$ORIGIN/../${MURMELA_PRIVATE_LIBDIR}")
+    install(FILES ${MURMELA_ONNXRUNTIME_LIBRARY} DESTINATION ${MURMELA_PRIVATE_LIBDIR})
 endif()
 
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets Svg Multimedia DBus Test)

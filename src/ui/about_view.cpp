@@ -33,7 +33,8 @@ std::filesystem::path AboutView::defaultLicensesFolder() {
     return resourceDirectory().value_or(std::filesystem::path()) / "Licenses";
 }
 
-AboutView::AboutView(const UiTables& tables, std::filesystem::path licenses, QWidget* parent)
+AboutView::AboutView(const UiTables& tables, std::filesystem::path licenses,
+                     const VoiceCredit& voice, QWidget* parent)
     : QWidget(parent), tables_(tables) {
     setObjectName(QStringLiteral("aboutView"));
     const QFont textFont = tables_.font(QStringLiteral("status"));
@@ -59,7 +60,10 @@ AboutView::AboutView(const UiTables& tables, std::filesystem::path licenses, QWi
     name->setAccessibleName(appName);
     layout->addWidget(name);
 
-    auto* model = centredLabel(tables_.text(QStringLiteral("murmela.about.model")), textFont, this);
+    auto* model = centredLabel(voice.description.isEmpty()
+                                   ? tables_.text(QStringLiteral("murmela.about.model"))
+                                   : voice.description,
+                               textFont, this);
     model->setObjectName(QStringLiteral("aboutModel"));
     model->setAccessibleName(model->text());
     layout->addWidget(model);
@@ -81,13 +85,25 @@ AboutView::AboutView(const UiTables& tables, std::filesystem::path licenses, QWi
     layout->addWidget(divider);
     layout->addSpacing(small);
 
-    addCredit(layout, QStringLiteral("aboutLicense"), QStringLiteral("murmela.about.license"),
-              QStringLiteral("CC BY-NC 4.0"), QStringLiteral("murmela.about.licenseLink"));
-    addCredit(layout, QStringLiteral("aboutKokoro"), QStringLiteral("murmela.about.kokoro"),
-              QStringLiteral("Kokoro-82M"), QStringLiteral("murmela.about.kokoroLink"));
-    addCredit(layout, QStringLiteral("aboutEspeak"), QStringLiteral("murmela.about.espeak"),
+    // A licence link goes with its own licence name only: a voice that names no licence gets
+    // the table's credit, never its link under another name.
+    const bool ownLicense = !voice.license.isEmpty();
+    addCredit(
+        layout, QStringLiteral("aboutLicense"),
+        tables_.text(QStringLiteral("murmela.about.license")),
+        ownLicense ? voice.license : QStringLiteral("CC BY-NC 4.0"),
+        ownLicense ? voice.licenseLink : tables_.text(QStringLiteral("murmela.about.licenseLink")));
+    // A voice that gives its name is credited by it, without a link.
+    const bool ownName = !voice.name.isEmpty();
+    addCredit(layout, QStringLiteral("aboutKokoro"),
+              tables_.text(ownName ? QStringLiteral("murmela.about.voice")
+                                   : QStringLiteral("murmela.about.kokoro")),
+              ownName ? voice.name : QStringLiteral("Kokoro-82M"),
+              ownName ? QString() : tables_.text(QStringLiteral("murmela.about.kokoroLink")));
+    addCredit(layout, QStringLiteral("aboutEspeak"),
+              tables_.text(QStringLiteral("murmela.about.espeak")),
               tables_.text(QStringLiteral("murmela.about.source")),
-              QStringLiteral("murmela.about.espeakLink"));
+              tables_.text(QStringLiteral("murmela.about.espeakLink")));
 
     auto* showLicenses =
         new QPushButton(tables_.text(QStringLiteral("murmela.about.licenses")), this);
@@ -100,13 +116,13 @@ AboutView::AboutView(const UiTables& tables, std::filesystem::path licenses, QWi
     layout->addWidget(showLicenses, 0, Qt::AlignHCenter);
 }
 
-void AboutView::addCredit(QBoxLayout* layout, const QString& name, const QString& textKey,
-                          const QString& linkText, const QString& linkKey) {
+void AboutView::addCredit(QBoxLayout* layout, const QString& name, const QString& creditText,
+                          const QString& linkText, const QString& linkTarget) {
     const QFont textFont = tables_.font(QStringLiteral("status"));
     auto* credit = new QVBoxLayout;
     credit->setSpacing(creditLineSpacing);
 
-    auto* text = centredLabel(tables_.text(textKey), textFont, this);
+    auto* text = centredLabel(creditText, textFont, this);
     text->setObjectName(name);
     text->setAccessibleName(text->text());
     credit->addWidget(text);
@@ -114,7 +130,7 @@ void AboutView::addCredit(QBoxLayout* layout, const QString& name, const QString
     auto* link = centredLabel(linkText, textFont, this);
     link->setObjectName(name + QStringLiteral("Link"));
     link->setAccessibleName(linkText);
-    if (std::optional<QUrl> target = linkAddress(tables_.text(linkKey))) {
+    if (std::optional<QUrl> target = linkAddress(linkTarget)) {
         link->setTextFormat(Qt::RichText);
         link->setText(QStringLiteral("<a href=\"%1\">%2</a>")
                           .arg(target->toString(QUrl::FullyEncoded).toHtmlEscaped(),

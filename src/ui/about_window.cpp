@@ -42,7 +42,8 @@ QWidget* AboutWindow::make() {
     window->setAttribute(Qt::WA_DeleteOnClose);
     window->setWindowTitle(tables_.text(QStringLiteral("murmela.about.title")));
     window->setAccessibleName(window->windowTitle());
-    window->setCentralWidget(new AboutView(tables_, AboutView::defaultLicensesFolder(), window));
+    window->setCentralWidget(new AboutView(tables_, AboutView::defaultLicensesFolder(),
+                                           VoiceCredit::installed(), window));
     QLayout* layout = window->layout();
     layout->setSizeConstraint(QLayout::SetFixedSize);
     auto* close = new QShortcut(QKeySequence::Close, window);

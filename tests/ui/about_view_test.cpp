@@ -1,5 +1,5 @@
-// The About window: what it shows from the tables and the build, which credits are links,
-// the one window, and showing the licences folder.
+// The About window: what it shows from the tables, the build and the voice's own description,
+// which credits are links, the one window, and showing the licences folder.
 
 #include "ui/about_view.h"
 
@@ -20,12 +20,14 @@
 #include "ui/about_window.h"
 #include "ui/file_manager.h"
 #include "ui/link_address.h"
+#include "ui/voice_credit.h"
 
 namespace murmela::ui {
 namespace {
 
 using murmela::testing::findNamed;
 using murmela::testing::TemporaryDirectory;
+using murmela::testing::writeText;
 
 UiTables tablesWith(QHash<QString, QString> texts) {
     return {TextTable(std::move(texts)), designTokens()};
@@ -49,15 +51,17 @@ TEST(AboutView, VersionLineShowsVersionAndBuildWhereTheTextPlacesThem) {
 }
 
 TEST(AboutView, CreditWithoutValidAddressShowsItsTextWithoutLink) {
-    AboutView view(tablesWith({
-        {"murmela.about.license", "Model licence"},
-        {"murmela.about.licenseLink", "https://creativecommons.org/licenses/by-nc/4.0/"},
-        {"murmela.about.kokoro", "Made for"},
-        {"murmela.about.kokoroLink", "huggingface.co/hexgrad/Kokoro-82M"},
-        {"murmela.about.espeak", "Phonemes by espeak-ng"},
-        {"murmela.about.source", "Source <code> & more"},
-        // no espeakLink: the key itself is shown as its text, which is no address
-    }));
+    AboutView view(
+        tablesWith({
+            {"murmela.about.license", "Model licence"},
+            {"murmela.about.licenseLink", "https://creativecommons.org/licenses/by-nc/4.0/"},
+            {"murmela.about.kokoro", "Made for"},
+            {"murmela.about.kokoroLink", "huggingface.co/hexgrad/Kokoro-82M"},
+            {"murmela.about.espeak", "Phonemes by espeak-ng"},
+            {"murmela.about.source", "Source <code> & more"},
+            // no espeakLink: the key itself is shown as its text, which is no address
+        }),
+        {}, VoiceCredit{});
     auto* license = findNamed<QLabel>(&view, "aboutLicenseLink");
     auto* kokoro = findNamed<QLabel>(&view, "aboutKokoroLink");
     auto* espeak = findNamed<QLabel>(&view, "aboutEspeakLink");
@@ -73,6 +77,103 @@ TEST(AboutView, CreditWithoutValidAddressShowsItsTextWithoutLink) {
 
     EXPECT_EQ(findNamed<QLabel>(&view, "aboutKokoro")->text(), "Made for");
     EXPECT_EQ(findNamed<QLabel>(&view, "aboutEspeak")->text(), "Phonemes by espeak-ng");
+}
+
+const QHash<QString, QString> creditTexts = {
+    {"murmela.about.model", "Table model line"},
+    {"murmela.about.license", "Model licence"},
+    {"murmela.about.licenseLink", "https://creativecommons.org/licenses/by-nc/4.0/"},
+    {"murmela.about.kokoro", "Made for"},
+    {"murmela.about.kokoroLink", "https://huggingface.co/hexgrad/Kokoro-82M"},
+    {"murmela.about.voice", "Voice"},
+};
+
+TEST(AboutView, VoiceThatDescribesItselfIsCreditedInItsOwnWords) {
+    VoiceCredit voice{"Teacher voice", "Built from a teacher.", "BSD-style",
+                      "https://example.org/licence?a=1&b=2"};
+    AboutView view(tablesWith(creditTexts), {}, voice);
+    EXPECT_EQ(findNamed<QLabel>(&view, "aboutModel")->text(), "Built from a teacher.");
+
+    auto* license = findNamed<QLabel>(&view, "aboutLicenseLink");
+    EXPECT_TRUE(linksTo(license, "https://example.org/licence?a=1&amp;b=2"));
+    EXPECT_TRUE(license->text().contains(">BSD-style</a>"));
+    EXPECT_FALSE(license->text().contains("CC BY-NC")) << "the voice's licence, not the table's";
+    EXPECT_EQ(license->accessibleName(), "BSD-style");
+    EXPECT_EQ(findNamed<QLabel>(&view, "aboutLicense")->text(), "Model licence");
+
+    // Named by itself, the voice is not credited as Kokoro-82M.
+    EXPECT_EQ(findNamed<QLabel>(&view, "aboutKokoro")->text(), "Voice");
+    auto* name = findNamed<QLabel>(&view, "aboutKokoroLink");
+    EXPECT_EQ(name->textFormat(), Qt::PlainText);
+    EXPECT_EQ(name->text(), "Teacher voice");
+}
+
+TEST(AboutView, VoiceThatSaysNothingGetsTheTablesCredits) {
+    AboutView view(tablesWith(creditTexts), {}, VoiceCredit{});
+    EXPECT_EQ(findNamed<QLabel>(&view, "aboutModel")->text(), "Table model line");
+    auto* license = findNamed<QLabel>(&view, "aboutLicenseLink");
+    EXPECT_TRUE(linksTo(license, "https://creativecommons.org/licenses/by-nc/4.0/"));
+    EXPECT_TRUE(license->text().contains(">CC BY-NC 4.0</a>"));
+    EXPECT_EQ(findNamed<QLabel>(&view, "aboutKokoro")->text(), "Made for");
+    EXPECT_TRUE(linksTo(findNamed<QLabel>(&view, "aboutKokoroLink"),
+                        "https://huggingface.co/hexgrad/Kokoro-82M"));
+}
+
+TEST(AboutView, LicenceLinkIsNeverShownUnderAnotherLicencesName) {
+    {
+        // A licence without a usable address is named without a link.
+        AboutView view(tablesWith(creditTexts), {}, VoiceCredit{"", "", "Own licence", "none"});
+        auto* license = findNamed<QLabel>(&view, "aboutLicenseLink");
+        EXPECT_EQ(license->textFormat(), Qt::PlainText);
+        EXPECT_EQ(license->text(), "Own licence");
+    }
+    {
+        // An address without a licence name is not put under the table's licence name.
+        AboutView view(tablesWith(creditTexts), {},
+                       VoiceCredit{"", "", "", "https://example.org/own"});
+        auto* license = findNamed<QLabel>(&view, "aboutLicenseLink");
+        EXPECT_TRUE(linksTo(license, "https://creativecommons.org/licenses/by-nc/4.0/"));
+        EXPECT_FALSE(license->text().contains("example.org"));
+    }
+}
+
+TEST(VoiceCredit, ReadsOnlyTextMembersOfTheVoiceDescription) {
+    TemporaryDirectory voice;
+    writeText(voice / "voice.json", R"({"interface": {}, "name": "  Rms  ",
+        "description": "Built here.", "license": "BSD-style",
+        "licenseLink": "https://example.org/"})");
+    VoiceCredit full = VoiceCredit::read(voice.path());
+    EXPECT_EQ(full.name, "Rms") << "surrounding blanks are dropped";
+    EXPECT_EQ(full.description, "Built here.");
+    EXPECT_EQ(full.license, "BSD-style");
+    EXPECT_EQ(full.licenseLink, "https://example.org/");
+
+    writeText(voice / "voice.json", R"({"name": 7, "description": "   ",
+        "license": ["BSD"], "licenseLink": null})");
+    VoiceCredit odd = VoiceCredit::read(voice.path());
+    EXPECT_TRUE(odd.name.isEmpty() && odd.description.isEmpty() && odd.license.isEmpty() &&
+                odd.licenseLink.isEmpty());
+
+    for (const char* broken : {"{\"name\": \"cut", "[\"name\"]", ""}) {
+        writeText(voice / "voice.json", broken);
+        EXPECT_TRUE(VoiceCredit::read(voice.path()).name.isEmpty()) << broken;
+    }
+    EXPECT_TRUE(VoiceCredit::read(voice / "missing").license.isEmpty());
+}
+
+TEST(AboutView, BundledVoiceShowsItsOwnLicence) {
+    if (!MURMELA_BUNDLED_VOICE) {
+        GTEST_SKIP() << "built without the bundled voice";
+    }
+    // MURMELA_RESOURCES points at the staged resources, as the installed program finds its own.
+    AboutView view;
+    auto* license = findNamed<QLabel>(&view, "aboutLicenseLink");
+    EXPECT_FALSE(license->text().contains("CC BY-NC")) << license->text().toStdString();
+    EXPECT_TRUE(license->accessibleName().contains("Carnegie Mellon"))
+        << license->accessibleName().toStdString();
+    EXPECT_EQ(license->textFormat(), Qt::RichText) << "the licence links to its text";
+    EXPECT_TRUE(findNamed<QLabel>(&view, "aboutModel")->text().contains("cmu_us_rms"));
+    EXPECT_NE(findNamed<QLabel>(&view, "aboutKokoroLink")->text(), "Kokoro-82M");
 }
 
 TEST(AboutView, LinkTextIsEscapedSoItCannotBecomeMarkup) {

@@ -1,6 +1,6 @@
 cmake_minimum_required(VERSION 3.25)
 # Installs the build into PREFIX and checks that the desktop finds the program there.
-#   cmake -DBUILD=<build dir> -DPREFIX=<dir> -DAPP_ID=<id> -P check_install.cmake
+#   cmake -DBUILD=<build dir> -DPREFIX=<dir> -DAPP_ID=<id> -DVOICE=<ON|OFF> -P check_install.cmake
 file(REMOVE_RECURSE ${PREFIX})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX}
     OUTPUT_QUIET RESULT_VARIABLE status)
@@ -15,8 +15,10 @@ set(expected
     share/icons/hicolor/scalable/apps/${APP_ID}.svg
     share/murmela/murmela-copy.json
     share/murmela/murmela-tokens.json
-    share/murmela/Licenses/Kokoro-82M.txt
-    share/murmela/Voice/voice.json)
+    share/murmela/Licenses/Kokoro-82M.txt)
+if(VOICE)
+    list(APPEND expected share/murmela/Voice/voice.json share/murmela/Licenses/flite-cmu_us_rms.txt)
+endif()
 foreach(path IN LISTS expected)
     if(NOT EXISTS ${PREFIX}/${path})
         message(FATAL_ERROR "not installed: ${path}")

@@ -35,9 +35,17 @@ from vocabulary import vocabulary  # noqa: E402
 sys.path.insert(0, str(HERE.parent))
 from make_test_voice import copy_espeak_data  # noqa: E402
 
-ABOUT = ("Murmela voice: a small voice built from the flite synthesiser's cmu_us_rms voice "
-         "(Carnegie Mellon University) speaking freely licensed text; per-sound statistics in "
-         "three ONNX models. It is not the Kokoro model.")
+# How the voice describes itself (the About window and the AppStream metadata show it). Its
+# teacher's licence is the one Debian's flite package names for the voice files: Carnegie
+# Mellon University's BSD-style licence, whose full notice is copied in as flite-copyright.txt.
+CREDIT = {
+    "name": "Murmela cmu_us_rms",
+    "description": ("A small voice built from the flite synthesiser's cmu_us_rms voice "
+                    "(Carnegie Mellon University) speaking freely licensed text: per-sound "
+                    "statistics in three ONNX models. It is not the Kokoro model."),
+    "license": "Carnegie Mellon University flite licence (BSD-style)",
+    "licenseLink": "https://github.com/festvox/flite/blob/master/COPYING",
+}
 
 
 def ids_from_tool(tool, directory, sentences):
@@ -86,7 +94,7 @@ def voice_description():
                       "enc": 256, "encoderBuckets": synth.ENCODER_BUCKETS,
                       "decoderBuckets": synth.DECODER_BUCKETS},
         "programs": {"encoder": "encoder", "decoder": "decoder", "vocoder": "vocoder"},
-        "about": ABOUT,
+        **CREDIT,
     }
 
 

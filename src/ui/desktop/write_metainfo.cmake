@@ -1,0 +1,50 @@
+# Writes the AppStream metadata from its template, with a paragraph on the bundled voice taken
+# from what the voice says about itself in its voice.json (none without a voice).
+#   cmake -DTEMPLATE=<file> -DOUT=<file> -DAPP_ID=<id> [-DVOICE=<voice.json>] -P write_metainfo.cmake
+cmake_minimum_required(VERSION 3.25)
+
+function(escape_xml text result)
+    string(REPLACE "&" "&amp;" text "${text}")
+    string(REPLACE "<" "&lt;" text "${text}")
+    string(REPLACE ">" "&gt;" text "${text}")
+    set(${result} "${text}" PARENT_SCOPE)
+endfunction()
+
+# The member `key` of the voice description when it is a text that is not blank, else empty.
+function(voice_text json key result)
+    set(${result} "" PARENT_SCOPE)
+    string(JSON type ERROR_VARIABLE failed TYPE "${json}" ${key})
+    if(failed OR NOT type STREQUAL "STRING")
+        return()
+    endif()
+    string(JSON value GET "${json}" ${key})
+    string(STRIP "${value}" value)
+    escape_xml("${value}" value)
+    set(${result} "${value}" PARENT_SCOPE)
+endfunction()
+
+set(MURMELA_APP_ID ${APP_ID})
+set(MURMELA_VOICE_PARAGRAPH "")
+if(VOICE)
+    file(READ ${VOICE} json)
+    voice_text("${json}" name name)
+    voice_text("${json}" description description)
+    voice_text("${json}" license license)
+    # Built with string(APPEND): the escapes hold semicolons, which a CMake list would split.
+    set(text "")
+    if(name)
+        string(APPEND text " The bundled voice is ${name}.")
+    endif()
+    if(description)
+        string(APPEND text " ${description}")
+    endif()
+    # AppStream descriptions hold no addresses, so the licence is given by name only.
+    if(license)
+        string(APPEND text " Its licence: ${license}.")
+    endif()
+    string(STRIP "${text}" text)
+    if(NOT text STREQUAL "")
+        set(MURMELA_VOICE_PARAGRAPH "<p>${text}</p>")
+    endif()
+endif()
+configure_file(${TEMPLATE} ${OUT} @ONLY)
