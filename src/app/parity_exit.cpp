@@ -4,7 +4,7 @@
 #include <QMetaObject>
 
 #include "app/parity.h"
-#include "engine/programming_error.h"
+#include "logging/log.h"
 
 namespace murmela {
 

@@ -7,14 +7,12 @@
 #include <limits>
 
 #include "audio/audio_switches.h"
-#include "audio/programming_error.h"
 #include "audio/sample_feed.h"
 #include "audio/sink_stream.h"
+#include "logging/log.h"
 
 namespace murmela {
 namespace {
-
-using audio::programmingError;
 
 constexpr double kSampleRate = 24000.0;
 

@@ -19,9 +19,6 @@ namespace {
 constexpr int kSampleRate = 24000;
 // How often the played position is checked: the lateness of a completion, at most.
 constexpr std::chrono::milliseconds kPollInterval{5};
-// How long playing may stand still while blocks wait to be heard before the output counts as
-// failed: a server that hangs without closing the connection must not hold an utterance forever.
-constexpr std::chrono::seconds kStallLimit{5};
 
 QAudioFormat playerFormat() {
     QAudioFormat format;
@@ -57,6 +54,29 @@ QString playingFailure(QAudio::Error error) {
 }
 
 }  // namespace
+
+void PlayedPosition::restart(Clock::time_point now) {
+    lastPlayed_ = 0;
+    lastProgress_ = now;
+}
+
+std::optional<int64_t> PlayedPosition::update(int64_t processedMicroseconds,
+                                              std::optional<Clock::time_point> firstSample,
+                                              bool blocksWaiting, Clock::time_point now) {
+    int64_t played = 0;
+    if (firstSample) {
+        const auto elapsed =
+            std::chrono::duration_cast<std::chrono::microseconds>(now - *firstSample).count();
+        played = std::min(processedMicroseconds, elapsed) * kSampleRate / 1000000;
+    }
+    if (played > lastPlayed_ || !blocksWaiting) {
+        lastPlayed_ = played;
+        lastProgress_ = now;
+    } else if (now - lastProgress_ > stallLimit) {
+        return std::nullopt;
+    }
+    return played;
+}
 
 void SinkStream::bindServerConnectionToThisThread() {
     const QAudioDevice device = QMediaDevices::defaultAudioOutput();
@@ -121,8 +141,7 @@ QString SinkStream::open(int64_t generation) {
     }
     connect(sink, &QAudioSink::stateChanged, this, &SinkStream::sinkStateChanged);
     sink_ = sink;
-    lastPlayed_ = 0;
-    lastProgress_ = std::chrono::steady_clock::now();
+    played_.restart(PlayedPosition::Clock::now());
     poller_.start();
     return {};
 }
@@ -148,24 +167,14 @@ void SinkStream::poll() {
         fail(playingFailure(error));
         return;
     }
-    // What the sink reports as played, but never more than the time since the first sample went
-    // out: a block cannot have been heard sooner than it takes to play.
-    const auto now = std::chrono::steady_clock::now();
-    int64_t played = sink_->processedUSecs() * kSampleRate / 1000000;
-    if (const auto first = feed_->firstSampleTime()) {
-        const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(now - *first);
-        played = std::min<int64_t>(played, elapsed.count() * kSampleRate / 1000000);
-    } else {
-        played = 0;
-    }
-    if (played > lastPlayed_ || !feed_->hasUnplayedBlocks()) {
-        lastPlayed_ = played;
-        lastProgress_ = now;
-    } else if (now - lastProgress_ > kStallLimit) {
+    const std::optional<int64_t> played =
+        played_.update(sink_->processedUSecs(), feed_->firstSampleTime(),
+                       feed_->hasUnplayedBlocks(), PlayedPosition::Clock::now());
+    if (!played) {
         fail(playingFailure(QAudio::NoError));
         return;
     }
-    for (int64_t generation : feed_->takePlayed(played)) {
+    for (int64_t generation : feed_->takePlayed(*played)) {
         report(Report{generation, false, {}});
     }
     if (feed_->drained()) {

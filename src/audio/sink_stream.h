@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 class QAudioSink;
@@ -20,6 +21,30 @@ class QAudioSink;
 namespace murmela {
 
 class SampleFeed;
+
+// How far a stream has been heard, judged from what its sink says it has processed: never more
+// than the time since the first sample went out (a block cannot be heard sooner than it takes to
+// play), and a position that stands still for longer than the stall limit while blocks wait is
+// a failed output: a server that hangs without closing the connection must not hold an
+// utterance forever.
+class PlayedPosition {
+public:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::seconds stallLimit{5};
+
+    // A fresh stream, opened at `now`.
+    void restart(Clock::time_point now);
+
+    // Frames heard by `now`, from the sink's processed time and the moment the feed handed out
+    // its first sample (none yet: nothing heard); nothing once the output has stalled.
+    std::optional<int64_t> update(int64_t processedMicroseconds,
+                                  std::optional<Clock::time_point> firstSample, bool blocksWaiting,
+                                  Clock::time_point now);
+
+private:
+    int64_t lastPlayed_ = 0;
+    Clock::time_point lastProgress_;
+};
 
 class SinkStream : public QObject {
     Q_OBJECT
@@ -68,8 +93,7 @@ private:
     QTimer poller_;
     bool muted_;
     int64_t generation_ = 0;
-    int64_t lastPlayed_ = 0;  // frames
-    std::chrono::steady_clock::time_point lastProgress_;
+    PlayedPosition played_;
 
     std::vector<Report> reports_;
 };

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "engine/programming_error.h"
+#include "logging/log.h"
 
 namespace murmela {
 

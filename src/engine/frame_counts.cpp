@@ -3,7 +3,7 @@
 #include <cmath>
 #include <string>
 
-#include "engine/programming_error.h"
+#include "logging/log.h"
 
 namespace murmela {
 

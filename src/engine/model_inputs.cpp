@@ -6,7 +6,7 @@
 #include <string>
 
 #include "engine/model_dimensions.h"
-#include "engine/programming_error.h"
+#include "logging/log.h"
 
 namespace murmela {
 

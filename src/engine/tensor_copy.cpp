@@ -4,7 +4,7 @@
 #include <string>
 
 #include "engine/half_float.h"
-#include "engine/programming_error.h"
+#include "logging/log.h"
 
 namespace murmela {
 namespace {

@@ -5,7 +5,9 @@
 
 #include "frontend/pieces.h"
 #include "frontend/scalar_properties.h"
+#include "frontend/unicode.h"
 #include "frontend/word_tables.h"
+#include "logging/log.h"
 
 namespace murmela {
 namespace {
@@ -74,26 +76,42 @@ std::optional<std::u32string> name(const Key& key) {
 
 // Dotted abbreviations, read as a listener expects. Those that espeak-ng reads letter by
 // letter ("a.m.") keep their inner full stops and lose the last, which it would take for the
-// end of a clause.
+// end of a clause. "st." and "no." depend on the next word: a saint before a name ("St. Louis")
+// and a street otherwise ("Main St."); a number before one ("No. 5").
+//
+// Checked against the dotted set when first built: an abbreviation without a reading, or a
+// reading of something outside the set, is a programming error.
 const WordMap& abbreviationReadings() {
-    static const WordMap table = {{U"dr.", U"doctor"},       {U"mr.", U"mister"},
-                                  {U"mrs.", U"missus"},      {U"ms.", U"miz"},
-                                  {U"jr.", U"junior"},       {U"sr.", U"senior"},
-                                  {U"vs.", U"versus"},       {U"etc.", U"et cetera"},
-                                  {U"e.g.", U"for example"}, {U"i.e.", U"that is"},
-                                  {U"prof.", U"professor"},  {U"mt.", U"mount"},
-                                  {U"a.m.", U"a.m"},         {U"p.m.", U"p.m"},
-                                  {U"u.s.", U"u.s"},         {U"approx.", U"approximately"}};
+    static const WordMap table = [] {
+        WordMap readings = {{U"dr.", U"doctor"},       {U"mr.", U"mister"},
+                            {U"mrs.", U"missus"},      {U"ms.", U"miz"},
+                            {U"jr.", U"junior"},       {U"sr.", U"senior"},
+                            {U"vs.", U"versus"},       {U"etc.", U"et cetera"},
+                            {U"e.g.", U"for example"}, {U"i.e.", U"that is"},
+                            {U"prof.", U"professor"},  {U"mt.", U"mount"},
+                            {U"a.m.", U"a.m"},         {U"p.m.", U"p.m"},
+                            {U"u.s.", U"u.s"},         {U"approx.", U"approximately"}};
+        for (const std::u32string& key : dottedAbbreviations()) {
+            if (!readings.contains(key) && key != U"st." && key != U"no.") {
+                programmingError("no reading for the dotted abbreviation " + encodeUtf8(key));
+            }
+        }
+        for (const auto& [key, reading] : readings) {
+            if (!dottedAbbreviations().contains(key)) {
+                programmingError("a reading for " + encodeUtf8(key) + ", no dotted abbreviation");
+            }
+        }
+        return readings;
+    }();
     return table;
 }
 
-// "St." is a saint before a name ("St. Louis") and a street otherwise ("Main St."); "No." is
-// a number before one ("No. 5").
 std::optional<std::u32string> abbreviation(const Key& key,
                                            std::span<const std::u32string> following) {
     if (!dottedAbbreviations().contains(key.view())) {
         return std::nullopt;
     }
+    const WordMap& readings = abbreviationReadings();
     const char32_t next =
         following.empty() || following.front().empty() ? U'\0' : following.front().front();
     if (key == U"st.") {
@@ -102,7 +120,7 @@ std::optional<std::u32string> abbreviation(const Key& key,
     if (key == U"no.") {
         return isDecimalDigit(next) ? U"number" : U"no";
     }
-    return abbreviationReadings().find(key.view())->second;
+    return readings.find(key.view())->second;
 }
 
 // "lead" is the metal next to a word about metal ("a lead pipe", "pencil lead", "lead
