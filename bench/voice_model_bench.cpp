@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "common/voice_format.h"
 #include "engine/frame_counts.h"
 #include "engine/istft.h"
-#include "engine/model_dimensions.h"
 #include "engine/model_inputs.h"
 #include "engine/model_outputs.h"
 #include "engine/tensor_copy.h"

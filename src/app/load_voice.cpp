@@ -1,11 +1,8 @@
 #include "app/load_voice.h"
 
 #include <atomic>
-#include <cstdint>
-#include <span>
-#include <vector>
 
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "engine/voice_files.h"
 
 namespace murmela {
@@ -42,8 +39,8 @@ std::shared_ptr<Voice> loadVoice(const std::optional<std::filesystem::path>& dir
         throw VoiceError::missing("Voice/");
     }
     auto voice = std::make_shared<Voice>(*directory);
-    const std::vector<std::vector<int64_t>> chunks = voice->phonemizer().chunks("Hi.");
-    voice->synthesize(chunks.empty() ? std::span<const int64_t>() : chunks.front(), 1.0);
+    // The warm-up: the runtime plans its first run now rather than on the user's first word.
+    voice->speak("Hi.", 1.0, [](SpokenChunk&&) { return false; });
     return voice;
 }
 

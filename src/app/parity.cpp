@@ -10,7 +10,8 @@
 #include "app/milliseconds.h"
 #include "app/parity_lines.h"
 #include "build_info.h"
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
+#include "common/voice_format.h"
 #include "engine/voice_files.h"
 #include "files/write_file.h"
 #include "frontend/unicode.h"
@@ -21,8 +22,6 @@ namespace {
 
 using nlohmann::json;
 using Clock = std::chrono::steady_clock;
-
-constexpr int64_t sampleRate = 24000;
 
 std::span<const uint8_t> bytesOf(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -43,18 +42,18 @@ void writeSamples(const std::filesystem::path& path, std::vector<float>& samples
 // samples live only while the line is worked on.
 json renderLine(Voice& voice, const ParityLine& line, const std::filesystem::path& outDir) {
     const Clock::time_point start = Clock::now();
-    std::vector<std::vector<int64_t>> chunks = voice.phonemizer().chunks(line.text);
     std::vector<float> samples;
     json chunkRecords = json::array();
     std::optional<Clock::time_point> firstAudio;
-    for (const std::vector<int64_t>& chunk : chunks) {
-        SynthesisResult result = voice.synthesize(chunk, line.speed);
-        samples.insert(samples.end(), result.samples.begin(), result.samples.end());
-        chunkRecords.push_back({{"ids", chunk}, {"durations", std::move(result.frameCounts)}});
+    voice.speak(line.text, line.speed, [&](SpokenChunk&& chunk) {
+        samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
+        chunkRecords.push_back(
+            {{"ids", std::move(chunk.ids)}, {"durations", std::move(chunk.result.frameCounts)}});
         if (!firstAudio) {
             firstAudio = Clock::now();
         }
-    }
+        return true;
+    });
     const Clock::time_point end = Clock::now();
     const auto sampleCount = static_cast<int64_t>(samples.size());
     writeSamples(outDir / (line.id + ".f32"), samples);

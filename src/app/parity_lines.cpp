@@ -1,6 +1,6 @@
 #include "app/parity_lines.h"
 
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "files/read_file.h"
 
 namespace murmela {

@@ -5,12 +5,12 @@
 
 #include "app/error_description.h"
 #include "audio/wav.h"
+#include "common/voice_format.h"
 #include "files/atomic_write.h"
 
 namespace murmela {
 namespace {
 
-constexpr int64_t sampleRate = 24000;
 constexpr std::chrono::milliseconds handOverPause(5);
 
 int64_t millisecondsSince(std::chrono::steady_clock::time_point start) {

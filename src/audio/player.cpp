@@ -9,12 +9,11 @@
 #include "audio/audio_switches.h"
 #include "audio/sample_feed.h"
 #include "audio/sink_stream.h"
+#include "common/voice_format.h"
 #include "logging/log.h"
 
 namespace murmela {
 namespace {
-
-constexpr double kSampleRate = 24000.0;
 
 double uptimeSeconds() {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
@@ -67,7 +66,7 @@ void Player::schedule(std::vector<float> samples) {
         if (clock_ <= now) {
             clock_ = now;
         }
-        clock_ += static_cast<double>(samples.size()) / kSampleRate;
+        clock_ += static_cast<double>(samples.size()) / static_cast<double>(sampleRate);
         const auto delay = std::chrono::ceil<std::chrono::milliseconds>(
             std::chrono::duration<double>(clock_ - uptimeSeconds()));
         QTimer::singleShot(std::max(delay, std::chrono::milliseconds(0)), Qt::PreciseTimer, this,

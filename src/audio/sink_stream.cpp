@@ -12,17 +12,17 @@
 #include <utility>
 
 #include "audio/sample_feed.h"
+#include "common/voice_format.h"
 
 namespace murmela {
 namespace {
 
-constexpr int kSampleRate = 24000;
 // How often the played position is checked: the lateness of a completion, at most.
 constexpr std::chrono::milliseconds kPollInterval{5};
 
 QAudioFormat playerFormat() {
     QAudioFormat format;
-    format.setSampleRate(kSampleRate);
+    format.setSampleRate(static_cast<int>(sampleRate));
     format.setChannelCount(1);
     format.setChannelConfig(QAudioFormat::ChannelConfigMono);
     format.setSampleFormat(QAudioFormat::Float);
@@ -67,7 +67,7 @@ std::optional<int64_t> PlayedPosition::update(int64_t processedMicroseconds,
     if (firstSample) {
         const auto elapsed =
             std::chrono::duration_cast<std::chrono::microseconds>(now - *firstSample).count();
-        played = std::min(processedMicroseconds, elapsed) * kSampleRate / 1000000;
+        played = std::min(processedMicroseconds, elapsed) * sampleRate / 1000000;
     }
     if (played > lastPlayed_ || !blocksWaiting) {
         lastPlayed_ = played;

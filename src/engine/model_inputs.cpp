@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "engine/model_dimensions.h"
+#include "common/voice_format.h"
 #include "logging/log.h"
 
 namespace murmela {

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "common/voice_error.h"
 #include "engine/element_type.h"
-#include "engine/voice_error.h"
 
 namespace murmela {
 namespace {

@@ -3,16 +3,16 @@
 #include <string>
 #include <utility>
 
+#include "common/voice_error.h"
+#include "common/voice_format.h"
 #include "engine/bucket.h"
 #include "engine/element_type.h"
 #include "engine/frame_counts.h"
 #include "engine/half_float.h"
-#include "engine/model_dimensions.h"
 #include "engine/model_inputs.h"
 #include "engine/model_outputs.h"
 #include "engine/tensor_copy.h"
 #include "engine/too_long.h"
-#include "engine/voice_error.h"
 
 namespace murmela {
 namespace {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <string>
 
 #include "files/read_file.h"
 #include "frontend/normalise.h"
@@ -10,6 +11,7 @@
 #include "frontend/symbols.h"
 #include "frontend/unicode.h"
 #include "frontend/word_tables.h"
+#include "logging/log.h"
 
 namespace murmela {
 namespace {
@@ -19,35 +21,6 @@ namespace {
 bool isUnspeakable(char32_t c) {
     return (c >= 0x2160 && c <= 0x2182) || (c >= 0x2185 && c <= 0x2188) ||
            (c >= 0x24B6 && c <= 0x24E9);
-}
-
-// Where to cut `ids` in two: after the candidate nearest the middle (the earlier of two
-// equally near), trying a comma before a space; at the middle when neither gives a cut.
-size_t cutPoint(std::span<const int64_t> ids, std::optional<int64_t> comma,
-                std::optional<int64_t> space) {
-    const size_t n = ids.size();
-    const size_t mid = n / 2;
-    for (const std::optional<int64_t>& candidate : {comma, space}) {
-        if (!candidate) {
-            continue;
-        }
-        std::optional<size_t> best;
-        size_t bestDistance = 0;
-        for (size_t i = 0; i < n; ++i) {
-            if (ids[i] != *candidate) {
-                continue;
-            }
-            const size_t distance = i > mid ? i - mid : mid - i;
-            if (!best || distance < bestDistance) {
-                best = i;
-                bestDistance = distance;
-            }
-        }
-        if (best && *best + 1 < n) {
-            return *best + 1;  // the comma or space ends the left part
-        }
-    }
-    return mid;
 }
 
 // Hands `ids` to `each` in chunks of at most maxChunkIds, halving recursively; false once
@@ -61,7 +34,7 @@ bool forEachChunk(std::span<const int64_t> ids, std::optional<int64_t> comma,
     if (ids.size() <= Phonemizer::maxChunkIds) {
         return each(std::vector<int64_t>(ids.begin(), ids.end()));
     }
-    const size_t cut = cutPoint(ids, comma, space);
+    const size_t cut = Phonemizer::splitIndex(ids, comma, space);
     return forEachChunk(ids.first(cut), comma, space, each) &&
            forEachChunk(ids.subspan(cut), comma, space, each);
 }
@@ -108,6 +81,36 @@ std::vector<std::u32string_view> Phonemizer::splitSymbols(std::u32string_view te
         i = end;
     }
     return symbols;
+}
+
+size_t Phonemizer::splitIndex(std::span<const int64_t> ids, std::optional<int64_t> comma,
+                              std::optional<int64_t> space) {
+    const size_t count = ids.size();
+    if (count < 2) {
+        programmingError("splitting " + std::to_string(count) + " ids");
+    }
+    const size_t middle = count / 2;
+    for (const std::optional<int64_t>& separator : {comma, space}) {
+        if (!separator) {
+            continue;
+        }
+        std::optional<size_t> nearest;
+        size_t nearestDistance = 0;
+        for (size_t position = 0; position < count; ++position) {
+            if (ids[position] != *separator) {
+                continue;
+            }
+            const size_t distance = position > middle ? position - middle : middle - position;
+            if (!nearest || distance < nearestDistance) {  // strictly: a tie keeps the earlier
+                nearest = position;
+                nearestDistance = distance;
+            }
+        }
+        if (nearest && *nearest + 1 < count) {
+            return *nearest + 1;
+        }
+    }
+    return middle;
 }
 
 std::vector<std::vector<int64_t>> Phonemizer::splitIds(std::span<const int64_t> ids,

@@ -53,8 +53,15 @@ public:
     // into it.
     static std::vector<std::u32string_view> splitSymbols(std::u32string_view text);
 
-    // Cuts ids into chunks of at most maxChunkIds, halving recursively: after the comma
-    // nearest the middle, else after the space nearest it, else at the middle.
+    // Where to cut ids in two (at least two of them): just after the comma nearest the middle
+    // (count / 2; the earlier of two equally near), so that it ends the left part, else after
+    // the space nearest it, else at the middle. A cut after the last id would leave nothing on
+    // the right and is passed over. Chunking and the voice's splitting of a chunk too long for
+    // the decoder both cut here.
+    static size_t splitIndex(std::span<const int64_t> ids, std::optional<int64_t> comma,
+                             std::optional<int64_t> space);
+
+    // Cuts ids into chunks of at most maxChunkIds, halving recursively at splitIndex.
     static std::vector<std::vector<int64_t>> splitIds(std::span<const int64_t> ids,
                                                       std::optional<int64_t> comma,
                                                       std::optional<int64_t> space);

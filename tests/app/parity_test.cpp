@@ -15,7 +15,7 @@
 
 #include "app/parity_lines.h"
 #include "build_info.h"
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "frontend/unicode.h"
 #include "logging/log.h"
 #include "support/temporary_directory.h"

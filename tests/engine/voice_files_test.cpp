@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "common/voice_error.h"
 #include "engine/resources.h"
-#include "engine/voice_error.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 

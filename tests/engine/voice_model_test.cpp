@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "common/voice_error.h"
 #include "engine/bucket.h"
 #include "engine/element_type.h"
 #include "engine/too_long.h"
-#include "engine/voice_error.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "logging/log.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
@@ -175,10 +175,10 @@ TEST_F(VoiceTest, SpeakingHandsOverEachChunkAsItIsMadeAndStopsWhenTold) {
     EXPECT_EQ(calls, 1u);
 
     // A chunk the model can't take ends it with that error, after what was already handed over.
-    setBuckets({8}, {64});
+    setBuckets({16}, {64});
     Voice small(directory.path());
     calls = 0;
-    EXPECT_THROW(small.speak("Hi. " + text, 1.0,
+    EXPECT_THROW(small.speak("We go now. " + text, 1.0,
                              [&](SpokenChunk&&) {
                                  ++calls;
                                  return true;

@@ -6,7 +6,7 @@
 #include <set>
 #include <string_view>
 
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "files/read_file.h"
 #include "frontend/phonemizer.h"
 #include "frontend/vocabulary.h"

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "files/read_file.h"
 #include "frontend/unicode.h"
 #include "support/temporary_directory.h"
