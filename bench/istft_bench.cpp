@@ -12,7 +12,7 @@
 
 #include "common/voice_format.h"
 #include "engine/istft.h"
-#include "engine/vector_trig.h"
+#include "engine/vector_math.h"
 
 namespace {
 

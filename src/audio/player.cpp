@@ -1,18 +1,36 @@
 #include "audio/player.h"
 
 #include <QTimer>
-
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
+#include <string_view>
 
-#include "audio/audio_switches.h"
-#include "audio/sample_feed.h"
 #include "audio/sink_stream.h"
 #include "common/voice_format.h"
 #include "logging/log.h"
 
 namespace murmela {
+namespace {
+
+bool environmentIs(const char* name, std::string_view value) {
+    const char* set = std::getenv(name);
+    return set != nullptr && value == set;
+}
+
+}  // namespace
+
+bool audioSwitchedOff() {
+    static const bool off = environmentIs("MURMELA_AUDIO", "none");
+    return off;
+}
+
+bool muteSwitchedOn() {
+    static const bool muted = environmentIs("MURMELA_MUTE", "1");
+    return muted;
+}
+
 namespace {
 
 double uptimeSeconds() {

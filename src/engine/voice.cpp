@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "common/voice_error.h"
-#include "engine/too_long.h"
 #include "engine/voice_files.h"
+#include "engine/voice_model.h"
 #include "logging/log.h"
 
 namespace murmela {

@@ -4,8 +4,7 @@
 
 #include "common/voice_error.h"
 #include "common/voice_format.h"
-#include "engine/resources.h"
-#include "files/read_file.h"
+#include "files/files.h"
 
 namespace murmela {
 namespace {
@@ -91,8 +90,7 @@ VoiceInterface VoiceFiles::readInterface() const {
     return result;
 }
 
-ModelSession VoiceFiles::loadModel(const std::string& name, ComputeUnits units,
-                                   const Programs& programs) const {
+ModelSession VoiceFiles::loadModel(const std::string& name, const Programs& programs) const {
     auto program = programs.find(name);
     if (program == programs.end()) {
         throw VoiceError::damaged("voice.json programs." + name);
@@ -103,7 +101,7 @@ ModelSession VoiceFiles::loadModel(const std::string& name, ComputeUnits units,
     if (!std::filesystem::exists(file, error)) {
         throw VoiceError::missing(stem);
     }
-    return ModelSession(file, units);
+    return ModelSession(file);
 }
 
 }  // namespace murmela

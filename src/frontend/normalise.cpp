@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "frontend/scalar_properties.h"
 #include "frontend/unicode.h"
 #include "frontend/word_tables.h"
 

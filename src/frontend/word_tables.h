@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "frontend/scalars_hash.h"
+#include "frontend/unicode.h"
 
 namespace murmela {
 

@@ -12,11 +12,10 @@
 
 #include <cmath>
 
+#include "app/settings.h"
 #include "app/speech.h"
-#include "app/speed.h"
-#include "ui/appearance_color.h"
-#include "ui/outlined_frame.h"
 #include "ui/status_line.h"
+#include "ui/widgets.h"
 
 namespace murmela::ui {
 namespace {

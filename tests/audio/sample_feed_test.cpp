@@ -3,7 +3,6 @@
 // measured against. Read on another thread while the main thread hands in blocks, as in playing.
 // And how far the sink stream counts a stream as heard, from what a stand-in sink reports.
 
-#include "audio/sample_feed.h"
 #include "audio/sink_stream.h"
 
 #include <gtest/gtest.h>

@@ -14,9 +14,7 @@
 #include <vector>
 
 #include "common/voice_error.h"
-#include "engine/bucket.h"
-#include "engine/element_type.h"
-#include "engine/too_long.h"
+#include "engine/model_io.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 

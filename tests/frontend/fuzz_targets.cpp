@@ -7,9 +7,8 @@
 #include <string_view>
 
 #include "common/voice_error.h"
-#include "files/read_file.h"
+#include "files/files.h"
 #include "frontend/phonemizer.h"
-#include "frontend/vocabulary.h"
 
 namespace murmela::fuzzing {
 namespace {

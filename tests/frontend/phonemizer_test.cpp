@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "common/voice_error.h"
-#include "files/read_file.h"
+#include "files/files.h"
 #include "frontend/unicode.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"

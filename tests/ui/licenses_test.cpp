@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-#include "files/read_file.h"
+#include "files/files.h"
 #include "support/gui_test.h"
 #include "ui/about_view.h"
 
