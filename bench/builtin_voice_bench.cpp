@@ -5,13 +5,10 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdint>
-#include <vector>
+#include <cstddef>
 
-#include "engine/voice_files.h"
-#include "engine/voice_model.h"
-#include "frontend/espeak.h"
-#include "frontend/phonemizer.h"
+#include "common/voice_format.h"
+#include "engine/voice.h"
 
 namespace {
 
@@ -23,24 +20,21 @@ const char* const text =
     "sugar, so I went to the market.";
 
 void renderTenSeconds(benchmark::State& state) {
-    const std::filesystem::path directory = MURMELA_VOICE_DIR;
-    const Phonemizer phonemizer(directory / "vocab.json", Espeak(directory));
-    VoiceModel model{VoiceFiles{directory}};
-    const std::vector<std::vector<int64_t>> chunks = phonemizer.chunks(text);
-    // The runtime plans each input shape on its first run; the program warms up at load too.
-    for (const std::vector<int64_t>& chunk : chunks) {
-        model.synthesizeChunk(chunk, 1.0);
-    }
-    size_t samples = 0;
+    Voice voice(MURMELA_VOICE_DIR);  // warmed up as the program is at load
+    const auto render = [&] {
+        size_t samples = 0;
+        voice.speak(text, 1.0, [&](SpokenChunk&& chunk) {
+            samples += chunk.result.samples.size();
+            benchmark::DoNotOptimize(chunk.result.samples.data());
+            return true;
+        });
+        return samples;
+    };
+    size_t samples = render();
     for (auto _ : state) {
-        samples = 0;
-        for (const std::vector<int64_t>& chunk : chunks) {
-            SynthesisResult result = model.synthesizeChunk(chunk, 1.0);
-            samples += result.samples.size();
-            benchmark::DoNotOptimize(result.samples.data());
-        }
+        samples = render();
     }
-    const double seconds = static_cast<double>(samples) / 24000.0;
+    const double seconds = static_cast<double>(samples) / static_cast<double>(sampleRate);
     state.counters["audioSeconds"] = seconds;
     state.counters["xRealTime"] = benchmark::Counter(
         seconds * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);

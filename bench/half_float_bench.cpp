@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "engine/half_float.h"
+#include "engine/vector_math.h"
 
 namespace {
 

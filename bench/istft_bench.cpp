@@ -10,16 +10,17 @@
 #include <random>
 #include <vector>
 
+#include "common/voice_format.h"
 #include "engine/istft.h"
-#include "engine/vector_trig.h"
+#include "engine/vector_math.h"
 
 namespace {
 
-constexpr int64_t n = 1024;
-constexpr int64_t hop = 300;
-constexpr int64_t bins = n / 2 + 1;
+using murmela::model_dimensions::hop;
+using murmela::model_dimensions::sampleRate;
+constexpr int64_t n = murmela::model_dimensions::nFft;
+constexpr int64_t bins = murmela::model_dimensions::spectrumBins;
 constexpr int64_t frames = 800;
-constexpr double sampleRate = 24000.0;
 
 struct Spectrogram {
     Spectrogram() : mag(frames * bins), phase(frames * bins) {
@@ -36,7 +37,7 @@ struct Spectrogram {
 };
 
 void setRealTime(benchmark::State& state) {
-    double audioSeconds = static_cast<double>(frames * hop) / sampleRate;
+    double audioSeconds = static_cast<double>(frames * hop) / static_cast<double>(sampleRate);
     state.counters["xRealTime"] = benchmark::Counter(
         audioSeconds * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }

@@ -18,10 +18,10 @@
 #include <vector>
 
 #include "app/parity.h"
-#include "engine/frame_counts.h"
 #include "engine/istft.h"
-#include "engine/too_long.h"
+#include "engine/model_io.h"
 #include "engine/voice.h"
+#include "engine/voice_model.h"
 #include "prose.h"
 
 namespace murmela {

@@ -13,12 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/frame_counts.h"
+#include "common/voice_format.h"
 #include "engine/istft.h"
-#include "engine/model_dimensions.h"
-#include "engine/model_inputs.h"
-#include "engine/model_outputs.h"
-#include "engine/tensor_copy.h"
+#include "engine/model_io.h"
 #include "engine/voice_files.h"
 #include "engine/voice_model.h"
 
@@ -87,9 +84,9 @@ Ort::Value over(std::vector<T>& data, std::vector<int64_t> shape) {
 struct ChunkData {
     explicit ChunkData(int64_t idCount)
         : interface(voice.readInterface()),
-          encoder(voice.loadModel("encoder", ComputeUnits::cpuOnly, interface.programs)),
-          decoder(voice.loadModel("decoder", ComputeUnits::cpuOnly, interface.programs)),
-          vocoder(voice.loadModel("vocoder", ComputeUnits::cpuAndAccelerator, interface.programs)),
+          encoder(voice.loadModel("encoder", interface.programs)),
+          decoder(voice.loadModel("decoder", interface.programs)),
+          vocoder(voice.loadModel("vocoder", interface.programs)),
           tokens(framed(chunkOf(idCount))),
           length(static_cast<int64_t>(tokens.size())),
           b(firstFit(interface.encoderBuckets, length)),

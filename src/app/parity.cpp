@@ -2,17 +2,17 @@
 
 #include <bit>
 #include <chrono>
+#include <cmath>
 #include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "app/milliseconds.h"
-#include "app/parity_lines.h"
 #include "build_info.h"
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
+#include "common/voice_format.h"
 #include "engine/voice_files.h"
-#include "files/write_file.h"
+#include "files/files.h"
 #include "frontend/unicode.h"
 #include "logging/log.h"
 
@@ -20,9 +20,98 @@ namespace murmela {
 namespace {
 
 using nlohmann::json;
-using Clock = std::chrono::steady_clock;
 
-constexpr int64_t sampleRate = 24000;
+// The longest file name Linux file systems take, in bytes, less the ".f32" that is added.
+constexpr size_t longestId = 255 - 4;
+
+bool isLinesObject(const json& document) {
+    if (!document.is_object()) {
+        return false;
+    }
+    auto lines = document.find("lines");
+    if (lines == document.end() || !lines->is_array()) {
+        return false;
+    }
+    for (const json& entry : *lines) {
+        if (!entry.is_object()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The id as JSON writes it, so that quotes, slashes and NUL show in a message.
+std::string jsonQuoted(const std::string& id) {
+    return json(id).dump();
+}
+
+}  // namespace
+
+bool isPlainFileName(std::string_view id) {
+    return !id.empty() && id != "." && id != ".." && id.find('/') == std::string_view::npos &&
+           id.find('\0') == std::string_view::npos && id.size() <= longestId;
+}
+
+std::vector<ParityLine> readParityLines(const std::filesystem::path& linesFile) {
+    const json document = json::parse(readFile(linesFile));
+    if (!isLinesObject(document)) {
+        throw VoiceError::damaged(linesFile.string());
+    }
+    std::vector<ParityLine> lines;
+    for (const json& entry : document.at("lines")) {
+        auto id = entry.find("id");
+        auto text = entry.find("text");
+        if (id == entry.end() || !id->is_string() || text == entry.end() || !text->is_string()) {
+            continue;
+        }
+        ParityLine line{id->get<std::string>(), text->get<std::string>(), 1.0, 1};
+        if (!isPlainFileName(line.id)) {
+            throw ParityLineError("line id " + jsonQuoted(line.id) +
+                                  " can't name a file inside the output directory");
+        }
+        auto speed = entry.find("speed");
+        if (speed != entry.end() && speed->is_number()) {
+            line.speed = speed->get<double>();
+            line.reportedSpeed = *speed;
+            if (!(line.speed >= minimumParitySpeed && line.speed <= maximumParitySpeed)) {
+                throw ParityLineError("line " + jsonQuoted(line.id) + ": speed " + speed->dump() +
+                                      " is outside 0.01 to 100");
+            }
+        }
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+namespace {
+
+int64_t checked(double whole) {
+    // -2^63 is a 64-bit integer, 2^63 is not.
+    if (!std::isfinite(whole) || whole < -0x1p63 || whole >= 0x1p63) {
+        programmingError("a time of " + std::to_string(whole) + " ms is out of range");
+    }
+    return static_cast<int64_t>(whole);
+}
+
+}  // namespace
+
+double millisecondsBetween(std::chrono::steady_clock::time_point start,
+                           std::chrono::steady_clock::time_point end) {
+    return std::chrono::duration<double>(end - start).count() * 1000.0;
+}
+
+int64_t truncatedMilliseconds(double milliseconds) {
+    return checked(std::trunc(milliseconds));
+}
+
+int64_t roundedMilliseconds(double milliseconds) {
+    return checked(std::round(milliseconds));
+}
+
+namespace {
+
+using nlohmann::json;
+using Clock = std::chrono::steady_clock;
 
 std::span<const uint8_t> bytesOf(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -43,18 +132,18 @@ void writeSamples(const std::filesystem::path& path, std::vector<float>& samples
 // samples live only while the line is worked on.
 json renderLine(Voice& voice, const ParityLine& line, const std::filesystem::path& outDir) {
     const Clock::time_point start = Clock::now();
-    std::vector<std::vector<int64_t>> chunks = voice.phonemizer().chunks(line.text);
     std::vector<float> samples;
     json chunkRecords = json::array();
     std::optional<Clock::time_point> firstAudio;
-    for (const std::vector<int64_t>& chunk : chunks) {
-        SynthesisResult result = voice.synthesize(chunk, line.speed);
-        samples.insert(samples.end(), result.samples.begin(), result.samples.end());
-        chunkRecords.push_back({{"ids", chunk}, {"durations", std::move(result.frameCounts)}});
+    voice.speak(line.text, line.speed, [&](SpokenChunk&& chunk) {
+        samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
+        chunkRecords.push_back(
+            {{"ids", std::move(chunk.ids)}, {"durations", std::move(chunk.result.frameCounts)}});
         if (!firstAudio) {
             firstAudio = Clock::now();
         }
-    }
+        return true;
+    });
     const Clock::time_point end = Clock::now();
     const auto sampleCount = static_cast<int64_t>(samples.size());
     writeSamples(outDir / (line.id + ".f32"), samples);

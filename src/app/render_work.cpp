@@ -1,16 +1,56 @@
 #include "app/render_work.h"
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
-#include "app/error_description.h"
 #include "audio/wav.h"
-#include "files/atomic_write.h"
+#include "common/voice_error.h"
+#include "common/voice_format.h"
+#include "engine/voice_files.h"
+#include "files/files.h"
 
 namespace murmela {
 namespace {
 
-constexpr int64_t sampleRate = 24000;
+// Lives in memory only, so a new process fails once again.
+std::atomic<bool> failureInjected{false};
+
+void injectFailure(const std::optional<std::string>& failLoad) {
+    if (!failLoad) {
+        return;
+    }
+    const bool fail = *failLoad == "always" || (*failLoad == "once" && !failureInjected.load());
+    if (fail) {
+        failureInjected.store(true);
+        throw VoiceError::failed("load failure injected (MURMELA_FAIL_LOAD=" + *failLoad + ")");
+    }
+}
+
+}  // namespace
+
+std::optional<std::filesystem::path> bundledVoiceDirectory() {
+    if (std::optional<VoiceFiles> files = VoiceFiles::locate()) {
+        return files->directory();
+    }
+    return std::nullopt;
+}
+
+std::shared_ptr<Voice> loadVoice(const std::optional<std::filesystem::path>& directory,
+                                 const std::optional<std::string>& failLoad) {
+    injectFailure(failLoad);
+    std::error_code ignored;
+    if (!directory || !std::filesystem::is_directory(*directory, ignored)) {
+        throw VoiceError::missing("Voice/");
+    }
+    auto voice = std::make_shared<Voice>(*directory);
+    // The warm-up: the runtime plans its first run now rather than on the user's first word.
+    voice->speak("Hi.", 1.0, [](SpokenChunk&&) { return false; });
+    return voice;
+}
+
+namespace {
+
 constexpr std::chrono::milliseconds handOverPause(5);
 
 int64_t millisecondsSince(std::chrono::steady_clock::time_point start) {

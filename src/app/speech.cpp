@@ -7,9 +7,8 @@
 #include <string>
 #include <utility>
 
-#include "app/error_description.h"
 #include "app/render_work.h"
-#include "app/speed.h"
+#include "app/settings.h"
 #include "logging/log.h"
 
 namespace murmela {

@@ -23,14 +23,11 @@
 #include <memory>
 #include <optional>
 
-#include "app/load_voice.h"
-#include "app/main_thread_inbox.h"
-#include "app/notice.h"
 #include "app/phase.h"
 #include "app/render_queue.h"
+#include "app/render_work.h"
 #include "app/settings.h"
 #include "audio/player.h"
-#include "engine/cancel_flag.h"
 #include "engine/voice.h"
 
 namespace murmela {

@@ -1,22 +1,37 @@
 #include "audio/player.h"
 
 #include <QTimer>
-
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
+#include <string_view>
 
-#include "audio/audio_switches.h"
-#include "audio/programming_error.h"
-#include "audio/sample_feed.h"
 #include "audio/sink_stream.h"
+#include "common/voice_format.h"
+#include "logging/log.h"
 
 namespace murmela {
 namespace {
 
-using audio::programmingError;
+bool environmentIs(const char* name, std::string_view value) {
+    const char* set = std::getenv(name);
+    return set != nullptr && value == set;
+}
 
-constexpr double kSampleRate = 24000.0;
+}  // namespace
+
+bool audioSwitchedOff() {
+    static const bool off = environmentIs("MURMELA_AUDIO", "none");
+    return off;
+}
+
+bool muteSwitchedOn() {
+    static const bool muted = environmentIs("MURMELA_MUTE", "1");
+    return muted;
+}
+
+namespace {
 
 double uptimeSeconds() {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
@@ -69,7 +84,7 @@ void Player::schedule(std::vector<float> samples) {
         if (clock_ <= now) {
             clock_ = now;
         }
-        clock_ += static_cast<double>(samples.size()) / kSampleRate;
+        clock_ += static_cast<double>(samples.size()) / static_cast<double>(sampleRate);
         const auto delay = std::chrono::ceil<std::chrono::milliseconds>(
             std::chrono::duration<double>(clock_ - uptimeSeconds()));
         QTimer::singleShot(std::max(delay, std::chrono::milliseconds(0)), Qt::PreciseTimer, this,

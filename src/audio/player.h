@@ -1,4 +1,23 @@
 #pragma once
+// The player, and the process-wide switches that stand its device in for automated runs.
+//
+// Process-wide switches for automated runs, read from the environment once, on first use.
+
+#include <QObject>
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+#include <vector>
+
+namespace murmela {
+
+// MURMELA_AUDIO=none: no audio device at all; playing time is only simulated.
+bool audioSwitchedOff();
+
+// MURMELA_MUTE=1: the device plays as usual, at volume 0.
+bool muteSwitchedOn();
+
 // Plays synthesised audio while it is still being made. The producer starts an utterance, hands
 // over one block of samples per chunk as soon as it is ready, says when the last one has come,
 // and hears once, through the idle callback, that everything has been played back.
@@ -12,16 +31,6 @@
 // when the server goes away it frees that connection at once on its own thread, so a sink on any
 // other thread could still be using it. The sink pulls samples without blocking, so the main
 // thread never waits for it.
-
-#include <QObject>
-#include <QString>
-
-#include <cstdint>
-#include <functional>
-#include <stdexcept>
-#include <vector>
-
-namespace murmela {
 
 class SampleFeed;
 class SinkStream;

@@ -6,26 +6,141 @@
 #include <QBuffer>
 #include <QCoreApplication>
 #include <QMediaDevices>
-
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <utility>
 
-#include "audio/sample_feed.h"
+#include "common/voice_format.h"
 
 namespace murmela {
+
+SampleFeed::SampleFeed(QObject* parent) : QIODevice(parent) {
+    open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+}
+
+void SampleFeed::push(int64_t generation, std::vector<float> samples) {
+    std::lock_guard lock(mutex_);
+    blocks_.push_back(Block{generation, std::move(samples)});
+    finished_ = false;
+}
+
+void SampleFeed::wakeReaderIfWaiting() {
+    bool wake = false;
+    {
+        std::lock_guard lock(mutex_);
+        wake = waiting_ && !blocks_.empty();
+        if (wake) {
+            waiting_ = false;
+        }
+    }
+    if (wake) {
+        // The sink stopped pulling when it found nothing; readyRead makes it pull again.
+        emit readyRead();
+    }
+}
+
+void SampleFeed::finish() {
+    std::lock_guard lock(mutex_);
+    finished_ = true;
+}
+
+void SampleFeed::discard() {
+    std::lock_guard lock(mutex_);
+    blocks_.clear();
+    ends_.clear();
+    finished_ = false;
+}
+
+void SampleFeed::beginStream() {
+    std::lock_guard lock(mutex_);
+    position_ = 0;
+    streaming_ = false;
+    waiting_ = false;
+    firstSample_.reset();
+}
+
+std::vector<int64_t> SampleFeed::takePlayed(int64_t playedFrames) {
+    std::lock_guard lock(mutex_);
+    std::vector<int64_t> generations;
+    while (!ends_.empty() && ends_.front().frame <= playedFrames) {
+        generations.push_back(ends_.front().generation);
+        ends_.pop_front();
+    }
+    return generations;
+}
+
+bool SampleFeed::hasUnplayedBlocks() const {
+    std::lock_guard lock(mutex_);
+    return !blocks_.empty() || !ends_.empty();
+}
+
+bool SampleFeed::drained() const {
+    std::lock_guard lock(mutex_);
+    return finished_ && blocks_.empty() && ends_.empty();
+}
+
+std::optional<std::chrono::steady_clock::time_point> SampleFeed::firstSampleTime() const {
+    std::lock_guard lock(mutex_);
+    return firstSample_;
+}
+
+qint64 SampleFeed::bytesAvailable() const {
+    std::lock_guard lock(mutex_);
+    qint64 queued = 0;
+    for (const Block& block : blocks_) {
+        queued += static_cast<qint64>((block.samples.size() - block.offset) * sizeof(float));
+    }
+    return queued + QIODevice::bytesAvailable();
+}
+
+qint64 SampleFeed::readData(char* data, qint64 maxSize) {
+    std::lock_guard lock(mutex_);
+    const auto frames = static_cast<size_t>(maxSize / static_cast<qint64>(sizeof(float)));
+    if (frames == 0) {
+        return 0;
+    }
+    if (blocks_.empty() && !streaming_) {
+        // Nothing to play yet: leading silence would only delay the first block.
+        waiting_ = true;
+        return 0;
+    }
+    if (!streaming_) {
+        streaming_ = true;
+        firstSample_ = std::chrono::steady_clock::now();
+    }
+    auto* out = reinterpret_cast<float*>(data);
+    size_t filled = 0;
+    while (filled < frames && !blocks_.empty()) {
+        Block& block = blocks_.front();
+        const size_t count = std::min(frames - filled, block.samples.size() - block.offset);
+        std::memcpy(out + filled, block.samples.data() + block.offset, count * sizeof(float));
+        block.offset += count;
+        filled += count;
+        if (block.offset == block.samples.size()) {
+            ends_.push_back(BlockEnd{block.generation, position_ + static_cast<int64_t>(filled)});
+            blocks_.pop_front();
+        }
+    }
+    // A gap between blocks (synthesis slower than playback) is played as silence, so the stream
+    // never runs dry and its position stays the playing time.
+    std::fill(out + filled, out + frames, 0.0f);
+    position_ += static_cast<int64_t>(frames);
+    return static_cast<qint64>(frames * sizeof(float));
+}
+
+qint64 SampleFeed::writeData(const char*, qint64) {
+    return -1;
+}
+
 namespace {
 
-constexpr int kSampleRate = 24000;
 // How often the played position is checked: the lateness of a completion, at most.
 constexpr std::chrono::milliseconds kPollInterval{5};
-// How long playing may stand still while blocks wait to be heard before the output counts as
-// failed: a server that hangs without closing the connection must not hold an utterance forever.
-constexpr std::chrono::seconds kStallLimit{5};
 
 QAudioFormat playerFormat() {
     QAudioFormat format;
-    format.setSampleRate(kSampleRate);
+    format.setSampleRate(static_cast<int>(sampleRate));
     format.setChannelCount(1);
     format.setChannelConfig(QAudioFormat::ChannelConfigMono);
     format.setSampleFormat(QAudioFormat::Float);
@@ -57,6 +172,29 @@ QString playingFailure(QAudio::Error error) {
 }
 
 }  // namespace
+
+void PlayedPosition::restart(Clock::time_point now) {
+    lastPlayed_ = 0;
+    lastProgress_ = now;
+}
+
+std::optional<int64_t> PlayedPosition::update(int64_t processedMicroseconds,
+                                              std::optional<Clock::time_point> firstSample,
+                                              bool blocksWaiting, Clock::time_point now) {
+    int64_t played = 0;
+    if (firstSample) {
+        const auto elapsed =
+            std::chrono::duration_cast<std::chrono::microseconds>(now - *firstSample).count();
+        played = std::min(processedMicroseconds, elapsed) * sampleRate / 1000000;
+    }
+    if (played > lastPlayed_ || !blocksWaiting) {
+        lastPlayed_ = played;
+        lastProgress_ = now;
+    } else if (now - lastProgress_ > stallLimit) {
+        return std::nullopt;
+    }
+    return played;
+}
 
 void SinkStream::bindServerConnectionToThisThread() {
     const QAudioDevice device = QMediaDevices::defaultAudioOutput();
@@ -121,8 +259,7 @@ QString SinkStream::open(int64_t generation) {
     }
     connect(sink, &QAudioSink::stateChanged, this, &SinkStream::sinkStateChanged);
     sink_ = sink;
-    lastPlayed_ = 0;
-    lastProgress_ = std::chrono::steady_clock::now();
+    played_.restart(PlayedPosition::Clock::now());
     poller_.start();
     return {};
 }
@@ -148,24 +285,14 @@ void SinkStream::poll() {
         fail(playingFailure(error));
         return;
     }
-    // What the sink reports as played, but never more than the time since the first sample went
-    // out: a block cannot have been heard sooner than it takes to play.
-    const auto now = std::chrono::steady_clock::now();
-    int64_t played = sink_->processedUSecs() * kSampleRate / 1000000;
-    if (const auto first = feed_->firstSampleTime()) {
-        const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(now - *first);
-        played = std::min<int64_t>(played, elapsed.count() * kSampleRate / 1000000);
-    } else {
-        played = 0;
-    }
-    if (played > lastPlayed_ || !feed_->hasUnplayedBlocks()) {
-        lastPlayed_ = played;
-        lastProgress_ = now;
-    } else if (now - lastProgress_ > kStallLimit) {
+    const std::optional<int64_t> played =
+        played_.update(sink_->processedUSecs(), feed_->firstSampleTime(),
+                       feed_->hasUnplayedBlocks(), PlayedPosition::Clock::now());
+    if (!played) {
         fail(playingFailure(QAudio::NoError));
         return;
     }
-    for (int64_t generation : feed_->takePlayed(played)) {
+    for (int64_t generation : feed_->takePlayed(*played)) {
         report(Report{generation, false, {}});
     }
     if (feed_->drained()) {

@@ -7,12 +7,10 @@
 #include <limits>
 #include <system_error>
 
-#include "audio/programming_error.h"
+#include "logging/log.h"
 
 namespace murmela {
 namespace {
-
-using audio::programmingError;
 
 constexpr int64_t kPcmHeaderBytes = 44;
 constexpr int64_t kFloatHeaderBytes = 58;

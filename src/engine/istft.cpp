@@ -10,9 +10,8 @@
 #include <numbers>
 #include <string>
 
-#include "engine/programming_error.h"
-#include "engine/target_clones.h"
-#include "engine/vector_trig.h"
+#include "engine/vector_math.h"
+#include "logging/log.h"
 
 // The per-sample loops are written for the vectoriser (this file is compiled with
 // -fopenmp-simd).

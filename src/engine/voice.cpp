@@ -3,10 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/chunk_split.h"
-#include "engine/too_long.h"
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "engine/voice_files.h"
+#include "engine/voice_model.h"
 #include "logging/log.h"
 
 namespace murmela {
@@ -31,13 +30,7 @@ SynthesisResult Voice::synthesize(std::span<const int64_t> ids, double speed) {
     log::info("voice: " + std::to_string(frames) + " frames is past " + std::to_string(last) +
               "; splitting the chunk");
 
-    std::vector<int64_t> separators;
-    for (std::u32string_view symbol : {std::u32string_view(U","), std::u32string_view(U" ")}) {
-        if (std::optional<int64_t> id = phonemizer_.id(symbol)) {
-            separators.push_back(*id);
-        }
-    }
-    const auto split = static_cast<size_t>(splitIndex(ids, separators));
+    const size_t split = Phonemizer::splitIndex(ids, phonemizer_.id(U","), phonemizer_.id(U" "));
     SynthesisResult left = synthesize(ids.first(split), speed);
     SynthesisResult right = synthesize(ids.subspan(split), speed);
     left.frameCounts.insert(left.frameCounts.end(), right.frameCounts.begin(),

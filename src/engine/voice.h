@@ -14,7 +14,6 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/synthesis_result.h"
 #include "engine/voice_model.h"
 #include "frontend/phonemizer.h"
 

@@ -1,46 +1,15 @@
 #include "engine/voice_files.h"
 
-#include <cmath>
-#include <limits>
 #include <nlohmann/json.hpp>
 
-#include "engine/resources.h"
-#include "engine/voice_error.h"
-#include "files/read_file.h"
+#include "common/voice_error.h"
+#include "common/voice_format.h"
+#include "files/files.h"
 
 namespace murmela {
 namespace {
 
 using nlohmann::json;
-
-// The engine is built for these; voice.json must declare exactly them.
-constexpr int64_t sampleRate = 24000;
-constexpr int64_t hop = 300;
-constexpr int64_t nFft = 1024;
-constexpr int64_t encoderWidth = 256;
-
-// A JSON number read through its integer value, so 24000.0 counts as 24000. Booleans are not
-// numbers here.
-std::optional<int64_t> integerValue(const json& value) {
-    if (value.is_number_integer()) {
-        if (value.is_number_unsigned() &&
-            value.get<uint64_t>() > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
-            return std::numeric_limits<int64_t>::max();
-        }
-        return value.get<int64_t>();
-    }
-    if (value.is_number_float()) {
-        double number = value.get<double>();
-        if (number >= 9.2233720368547758e18) {
-            return std::numeric_limits<int64_t>::max();
-        }
-        if (number <= -9.2233720368547758e18) {
-            return std::numeric_limits<int64_t>::min();
-        }
-        return static_cast<int64_t>(std::trunc(number));
-    }
-    return std::nullopt;
-}
 
 bool holds(const json& interface, const char* key, int64_t required) {
     auto member = interface.find(key);
@@ -107,8 +76,10 @@ VoiceInterface VoiceFiles::readInterface() const {
 
     // Checked in this order; the message deliberately does not say which key failed.
     std::optional<std::vector<int64_t>> encoder, decoder;
-    bool valid = holds(*interface, "sampleRate", sampleRate) && holds(*interface, "hop", hop) &&
-                 holds(*interface, "nFft", nFft) && holds(*interface, "enc", encoderWidth) &&
+    bool valid = holds(*interface, "sampleRate", model_dimensions::sampleRate) &&
+                 holds(*interface, "hop", model_dimensions::hop) &&
+                 holds(*interface, "nFft", model_dimensions::nFft) &&
+                 holds(*interface, "enc", model_dimensions::encoderWidth) &&
                  (encoder = buckets(*interface, "encoderBuckets")) &&
                  (decoder = buckets(*interface, "decoderBuckets"));
     if (!valid) {
@@ -119,8 +90,7 @@ VoiceInterface VoiceFiles::readInterface() const {
     return result;
 }
 
-ModelSession VoiceFiles::loadModel(const std::string& name, ComputeUnits units,
-                                   const Programs& programs) const {
+ModelSession VoiceFiles::loadModel(const std::string& name, const Programs& programs) const {
     auto program = programs.find(name);
     if (program == programs.end()) {
         throw VoiceError::damaged("voice.json programs." + name);
@@ -131,7 +101,7 @@ ModelSession VoiceFiles::loadModel(const std::string& name, ComputeUnits units,
     if (!std::filesystem::exists(file, error)) {
         throw VoiceError::missing(stem);
     }
-    return ModelSession(file, units);
+    return ModelSession(file);
 }
 
 }  // namespace murmela

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/model_session.h"
+#include "engine/model_io.h"
 
 namespace murmela {
 
@@ -35,8 +35,7 @@ public:
 
     // Loads the model that `programs` names for `name`. Throws VoiceError, or the runtime's own
     // error when the runtime refuses the file.
-    ModelSession loadModel(const std::string& name, ComputeUnits units,
-                           const Programs& programs) const;
+    ModelSession loadModel(const std::string& name, const Programs& programs) const;
 
     const std::filesystem::path& directory() const { return directory_; }
 

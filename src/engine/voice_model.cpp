@@ -3,16 +3,10 @@
 #include <string>
 #include <utility>
 
-#include "engine/bucket.h"
-#include "engine/element_type.h"
-#include "engine/frame_counts.h"
-#include "engine/half_float.h"
-#include "engine/model_dimensions.h"
-#include "engine/model_inputs.h"
-#include "engine/model_outputs.h"
-#include "engine/tensor_copy.h"
-#include "engine/too_long.h"
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
+#include "common/voice_format.h"
+#include "engine/model_io.h"
+#include "engine/vector_math.h"
 
 namespace murmela {
 namespace {
@@ -44,9 +38,9 @@ VoiceModel::VoiceModel(const VoiceFiles& files, const VoiceInterface& interface)
     : istft_(nFft, hop),
       encoderBuckets_(interface.encoderBuckets),
       decoderBuckets_(interface.decoderBuckets),
-      encoder_(files.loadModel("encoder", ComputeUnits::cpuOnly, interface.programs)),
-      decoder_(files.loadModel("decoder", ComputeUnits::cpuOnly, interface.programs)),
-      vocoder_(files.loadModel("vocoder", ComputeUnits::cpuAndAccelerator, interface.programs)) {}
+      encoder_(files.loadModel("encoder", interface.programs)),
+      decoder_(files.loadModel("decoder", interface.programs)),
+      vocoder_(files.loadModel("vocoder", interface.programs)) {}
 
 SynthesisResult VoiceModel::synthesizeChunk(std::span<const int64_t> ids, double speed) {
     std::vector<int64_t> tokens;

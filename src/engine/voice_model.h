@@ -1,20 +1,44 @@
 #pragma once
+// The acoustic model in three stages (encoder, decoder, vocoder) and the inverse STFT, from one
+// chunk of token ids to its frame counts and samples; and TooLong, the one error the voice
+// resolves itself by splitting the chunk.
+
+#include <cstdint>
+#include <exception>
+#include <span>
+#include <vector>
+
+#include "engine/istft.h"
+#include "engine/model_io.h"
+#include "engine/voice_files.h"
+
+namespace murmela {
+
+// What synthesising a chunk of token ids gives.
+struct SynthesisResult {
+    // Frames per framed token (the boundary tokens included), in order.
+    std::vector<int64_t> frameCounts;
+    // Mono samples at 24000 Hz, 300 per frame, neither clipped nor scaled.
+    std::vector<float> samples;
+};
+
+// A chunk needs more frames than the largest decoder bucket holds. Internal to the engine: the
+// voice splits such a chunk and tries the parts.
+class TooLong : public std::exception {
+public:
+    explicit TooLong(int64_t frameCount) : frames(frameCount) {}
+    const char* what() const noexcept override {
+        return "a chunk needs more frames than any decoder bucket holds";
+    }
+
+    int64_t frames;
+};
+
 // The acoustic model: three ONNX models (encoder, decoder, vocoder) and the inverse STFT that
 // turn one chunk of token ids into samples. Inputs are padded to the bucket sizes voice.json
 // lists, and the padding is dropped again after each model.
 //
 // Immutable after construction apart from the runtime sessions; one chunk at a time.
-
-#include <cstdint>
-#include <span>
-#include <vector>
-
-#include "engine/istft.h"
-#include "engine/model_session.h"
-#include "engine/synthesis_result.h"
-#include "engine/voice_files.h"
-
-namespace murmela {
 
 class VoiceModel {
 public:

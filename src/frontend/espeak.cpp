@@ -7,7 +7,7 @@
 #include <mutex>
 #include <optional>
 
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "frontend/unicode.h"
 
 namespace murmela {

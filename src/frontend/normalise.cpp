@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "frontend/scalar_properties.h"
 #include "frontend/unicode.h"
+#include "frontend/word_tables.h"
 
 namespace murmela {
 namespace {
@@ -21,10 +21,6 @@ bool isWrapping(char32_t c) {
 bool isHardBreak(char32_t c) {
     return c == U'!' || c == U'?' || c == U';' || c == U':';
 }
-
-// Titles and short forms whose full stop does not end a sentence, without that full stop.
-constexpr std::array<std::u32string_view, 13> abbreviations = {
-    U"dr", U"mr", U"mrs", U"ms", U"st", U"vs", U"etc", U"e.g", U"i.e", U"no", U"jr", U"sr", U"mt"};
 
 // The first sentence must have this many words before it may be closed, so that a short
 // opening ("Hi.") stays with what follows.
@@ -44,7 +40,7 @@ bool isAbbreviation(std::u32string_view word) {
     while (!rest.empty() && rest.back() == U'.') {
         rest.remove_suffix(1);
     }
-    return std::find(abbreviations.begin(), abbreviations.end(), rest) != abbreviations.end();
+    return abbreviations().contains(rest);
 }
 
 bool mayClose(std::u32string_view word, size_t openWords) {

@@ -1,10 +1,5 @@
 #pragma once
-// From text to the token ids the acoustic model reads.
-//
-// A text is normalised and cut into sentences, each sentence into pieces; espeak-ng turns the
-// word pieces into IPA, two fix-up tables bring that to the model's symbols, and the
-// vocabulary maps the symbols to ids, cut into chunks of at most 400 that never span two
-// sentences. Nothing here fails on odd text: what can't be spoken is dropped.
+// The model's phoneme vocabulary: symbol to token id, as read from "vocab.json".
 
 #include <cstddef>
 #include <cstdint>
@@ -15,12 +10,49 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "frontend/espeak.h"
-#include "frontend/vocabulary.h"
+#include "frontend/unicode.h"
 
 namespace murmela {
+
+using Vocabulary = std::unordered_map<std::u32string, int64_t, ScalarsHash, std::equal_to<>>;
+
+// Reads the vocabulary from the text of a vocab.json: an object whose member "vocab", if that
+// is an object, or else the object itself maps symbols to numbers. Members that are not
+// numbers are skipped. Throws the JSON parser's errors as they are (nlohmann::json::parse_error
+// for malformed JSON, out_of_range for a number beyond a double) and
+// VoiceError::damaged("vocab") when the top level is not an object or no member is a number.
+Vocabulary parseVocabulary(std::string_view json);
+
+// Phoneme symbols: one base scalar with the marks that follow it.
+//
+// A symbol is a scalar followed by every directly following mark (Mn, Mc, Me) or U+200D ZERO
+// WIDTH JOINER; the scalar after a joiner starts a new symbol. The same rule cuts words,
+// punctuation and phoneme strings, so a full stop carrying a mark is never taken for one.
+
+constexpr char32_t zeroWidthJoiner = 0x200D;
+
+// Whether the scalar at `index` begins a new symbol.
+bool startsSymbol(std::u32string_view text, size_t index);
+
+// Where the symbol that begins at `index` ends.
+size_t symbolEnd(std::u32string_view text, size_t index);
+
+// Where the symbol that ends at `end` (exclusive, end > 0) begins.
+size_t symbolStart(std::u32string_view text, size_t end);
+
+// How many symbols `text` has.
+size_t symbolCount(std::u32string_view text);
+
+// From text to the token ids the acoustic model reads.
+//
+// A text is normalised and cut into sentences, each sentence into pieces; espeak-ng turns the
+// word pieces into IPA, two fix-up tables bring that to the model's symbols, and the
+// vocabulary maps the symbols to ids, cut into chunks of at most 400 that never span two
+// sentences. Nothing here fails on odd text: what can't be spoken is dropped.
 
 // An immutable value; copies share the vocabulary, and any thread may use one.
 class Phonemizer {
@@ -53,8 +85,15 @@ public:
     // into it.
     static std::vector<std::u32string_view> splitSymbols(std::u32string_view text);
 
-    // Cuts ids into chunks of at most maxChunkIds, halving recursively: after the comma
-    // nearest the middle, else after the space nearest it, else at the middle.
+    // Where to cut ids in two (at least two of them): just after the comma nearest the middle
+    // (count / 2; the earlier of two equally near), so that it ends the left part, else after
+    // the space nearest it, else at the middle. A cut after the last id would leave nothing on
+    // the right and is passed over. Chunking and the voice's splitting of a chunk too long for
+    // the decoder both cut here.
+    static size_t splitIndex(std::span<const int64_t> ids, std::optional<int64_t> comma,
+                             std::optional<int64_t> space);
+
+    // Cuts ids into chunks of at most maxChunkIds, halving recursively at splitIndex.
     static std::vector<std::vector<int64_t>> splitIds(std::span<const int64_t> ids,
                                                       std::optional<int64_t> comma,
                                                       std::optional<int64_t> space);

@@ -19,6 +19,12 @@ bool isPassThroughPunctuation(std::u32string_view symbol) {
 
 // Function-local statics: built once, on first use, thread-safely.
 
+const WordSet& abbreviations() {
+    static const WordSet table = {U"dr",  U"mr",  U"mrs", U"ms", U"st", U"vs", U"etc",
+                                  U"e.g", U"i.e", U"no",  U"jr", U"sr", U"mt"};
+    return table;
+}
+
 const WordSet& dottedAbbreviations() {
     static const WordSet table = {U"dr.", U"mr.", U"mrs.", U"ms.",  U"st.",  U"jr.",
                                   U"sr.", U"vs.", U"etc.", U"e.g.", U"i.e.", U"prof.",

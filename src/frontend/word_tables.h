@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "frontend/scalars_hash.h"
+#include "frontend/unicode.h"
 
 namespace murmela {
 
@@ -23,6 +23,12 @@ bool isQuoteOrMarkup(std::u32string_view symbol);
 bool isPassThroughPunctuation(std::u32string_view symbol);
 
 // All tables below hold lower-case words.
+
+// Two abbreviation sets that differ on purpose. The sentence-splitting set (without the final
+// full stop) names the short forms whose full stop never ends a sentence. The dotted set is
+// every abbreviation read as a word; its extra entries ("prof.", "a.m.", "p.m.", "u.s.",
+// "approx.") often do end a sentence ("at 9 a.m."), so there the full stop still closes it.
+const WordSet& abbreviations();
 const WordSet& dottedAbbreviations();
 const WordMap& nameRespellings();
 const WordMap& pronounRespellings();

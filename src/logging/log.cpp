@@ -1,5 +1,6 @@
 #include "logging/log.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <mutex>
@@ -77,3 +78,12 @@ Capture::~Capture() {
 }
 
 }  // namespace murmela::log
+
+namespace murmela {
+
+void programmingError(std::string_view message) {
+    log::error("murmelaProgrammingError", message);
+    std::abort();
+}
+
+}  // namespace murmela

@@ -33,3 +33,12 @@ private:
 };
 
 }  // namespace murmela::log
+
+namespace murmela {
+
+// Impossible states (an id outside 32 bits, a non-finite duration, a transform that can't be set
+// up, a counter that overflows) are programming errors, not bad input: the message is logged and
+// the process stops rather than carry on with wrong numbers.
+[[noreturn]] void programmingError(std::string_view message);
+
+}  // namespace murmela

@@ -7,10 +7,8 @@
 #include <optional>
 
 #include "build_info.h"
-#include "engine/resources.h"
-#include "ui/application_icon.h"
-#include "ui/file_manager.h"
-#include "ui/link_address.h"
+#include "files/files.h"
+#include "ui/desktop_services.h"
 
 namespace murmela::ui {
 namespace {

@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include "ui/ui_tables.h"
-#include "ui/voice_credit.h"
 
 class QBoxLayout;
 

@@ -12,19 +12,15 @@
 
 #include <cmath>
 
+#include "app/settings.h"
 #include "app/speech.h"
-#include "ui/appearance_color.h"
-#include "ui/outlined_frame.h"
 #include "ui/status_line.h"
+#include "ui/widgets.h"
 
 namespace murmela::ui {
 namespace {
 
-// The slider counts in steps of 0.05 from 0 (15 is 0.75, 30 is 1.5).
-constexpr double speedStep = 0.05;
-constexpr int slowestStep = 15;
-constexpr int fastestStep = 30;
-
+// The slider counts speed steps from 0 (15 is 0.75, 30 is 1.5).
 int sliderPosition(double speed) {
     return static_cast<int>(std::lround(speed / speedStep));
 }
@@ -105,7 +101,7 @@ MainView::MainView(Speech& speech, const UiTables& tables, QWidget* parent)
     slider_ = new QSlider(Qt::Horizontal, this);
     slider_->setObjectName(QStringLiteral("speed"));
     slider_->setAccessibleName(speedLabel->text());
-    slider_->setRange(slowestStep, fastestStep);
+    slider_->setRange(sliderPosition(minimumSpeed), sliderPosition(maximumSpeed));
     slider_->setSingleStep(1);
     slider_->setPageStep(1);
     slider_->setFixedWidth(tokens.layout(QStringLiteral("sliderWidth")));

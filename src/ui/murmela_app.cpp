@@ -8,10 +8,9 @@
 #include <QMenuBar>
 #include <QTimer>
 
-#include "ui/application_icon.h"
 #include "ui/connect_view.h"
+#include "ui/desktop_services.h"
 #include "ui/main_view.h"
-#include "ui/save_panel.h"
 
 namespace murmela::ui {
 namespace {

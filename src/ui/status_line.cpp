@@ -4,8 +4,7 @@
 #include <QLabel>
 #include <QPushButton>
 
-#include "ui/appearance_color.h"
-#include "ui/spinner.h"
+#include "ui/widgets.h"
 
 namespace murmela::ui {
 

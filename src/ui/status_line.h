@@ -7,7 +7,6 @@
 
 #include <optional>
 
-#include "app/notice.h"
 #include "app/phase.h"
 #include "ui/ui_tables.h"
 

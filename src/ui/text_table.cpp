@@ -6,7 +6,7 @@
 #include <string>
 
 #include "logging/log.h"
-#include "ui/json_resource.h"
+#include "ui/ui_tables.h"
 
 namespace murmela::ui {
 

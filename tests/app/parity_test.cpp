@@ -13,9 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "app/parity_lines.h"
 #include "build_info.h"
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "frontend/unicode.h"
 #include "logging/log.h"
 #include "support/temporary_directory.h"
@@ -207,15 +206,6 @@ TEST_F(ParityTest, EachLineIsReportedWithTheEnginesIdsDurationsAndSamples) {
     EXPECT_EQ(lines[2]["speed"].dump(), "2");
     EXPECT_EQ(lines[0]["id"], "plain");
     EXPECT_EQ(lines[0].size(), 7u);
-}
-
-TEST_F(ParityTest, A36000SampleLineLasts1500Milliseconds) {
-    // With the test voice's durations this text makes 120 frames of 300 samples.
-    const std::string text = "See you, well done, go on!?!?";
-    ASSERT_EQ(expected(text, 1.0).samples.size(), 36000u);
-    ASSERT_EQ(run(json{{"lines", {{{"id", "long"}, {"text", text}}}}}.dump()), 0);
-    EXPECT_EQ(report()["lines"][0]["samples"], 36000);
-    EXPECT_EQ(report()["lines"][0]["audioMs"], 1500);
 }
 
 TEST_F(ParityTest, EntriesWithoutAStringIdAndTextLeaveNoTrace) {

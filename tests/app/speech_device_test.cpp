@@ -16,7 +16,6 @@
 #include <string>
 #include <vector>
 
-#include "audio/monitor_recording.h"
 #include "engine/voice.h"
 #include "speech_harness.h"
 #include "support/test_voice.h"
@@ -51,17 +50,6 @@ std::vector<float> expectedSamples(const std::string& words) {
         sample = std::fmax(std::fmin(sample, 1.0f), -1.0f);
     }
     return samples;
-}
-
-// Where `expected` starts in `recording`, found by its first sounding stretch (its opening
-// silence would match any silence); the recording's size when it is not there.
-size_t startOf(const std::vector<float>& recording, const std::vector<float>& expected) {
-    const auto sounding = std::find_if(expected.begin(), expected.end(),
-                                       [](float x) { return std::fabs(x) >= 1e-3f; });
-    const size_t lead = static_cast<size_t>(sounding - expected.begin());
-    const std::vector<float> opening(sounding, expected.end());
-    const size_t found = testing::locate(recording, opening);
-    return found >= lead && found < recording.size() ? found - lead : recording.size();
 }
 
 // When the model logged its first block's hand-over.
@@ -133,20 +121,7 @@ TEST_F(SpeechOnASoundServer, WhatIsHeardIsTheSynthesisedSpeechAndReadyComesOnlyA
     EXPECT_GE(heardFor, duration) << "ready before the last block could have been heard";
     EXPECT_LE(heardFor, duration + latency + 3.0) << "ready long after the speech ended";
 
-    const size_t offset = startOf(recorded, expected);
-    ASSERT_LT(offset, recorded.size()) << "the speech was not heard";
-    ASSERT_GE(recorded.size(), offset + expected.size()) << "the speech was not heard whole";
-    const double similarity =
-        testing::correlation(recorded.data() + offset, expected.data(), expected.size());
-    float largestDifference = 0.0f;
-    for (size_t i = 0; i < expected.size(); ++i) {
-        largestDifference =
-            std::max(largestDifference, std::fabs(recorded[offset + i] - expected[i]));
-    }
-    std::cout << "recording: correlation " << similarity << ", largest difference "
-              << largestDifference << "\n";
-    EXPECT_GT(similarity, 0.999);
-    EXPECT_LT(largestDifference, 1e-3f);
+    testing::expectHeardWhole(recorded, expected);
     // Nothing else was heard: no chunk twice, nothing after the end.
     EXPECT_NEAR(static_cast<double>(testing::soundingSamples(recorded)),
                 static_cast<double>(testing::soundingSamples(expected)), 0.01 * sampleRate);

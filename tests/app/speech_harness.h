@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "app/notice.h"
 #include "app/phase.h"
 #include "app/settings.h"
 #include "app/speech.h"

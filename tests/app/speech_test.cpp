@@ -16,6 +16,7 @@
 #include <chrono>
 #include <filesystem>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
 #include <vector>
@@ -414,6 +415,42 @@ TEST_F(SpeechTest, ASaveThatCannotBeWrittenFailsAndLeavesNoFile) {
     speech->save(directory / "good.wav");
     ASSERT_TRUE(testing::waitForReady(*speech, 30s));
     EXPECT_EQ(speech->notice(), Notice::saved("good.wav"));
+}
+
+TEST_F(SpeechTest, ASynthesisErrorEndsSpeakingAndSavingWithTheirFailureNotices) {
+    // A voice whose encoder takes "Hi." (the warm-up) and a short first sentence but not a
+    // longer chunk: the second sentence fails after the first has been handed to the player.
+    testing::TemporaryDirectory voiceDirectory{"murmela-small-encoder"};
+    testing::copyTestVoice(voiceDirectory.path());
+    nlohmann::json description =
+        nlohmann::json::parse(testing::readText(voiceDirectory / "voice.json"));
+    description["interface"]["encoderBuckets"] = {32};
+    testing::writeText(voiceDirectory / "voice.json", description.dump());
+    Speech speech(settings.store(), voiceDirectory.path());
+    ASSERT_TRUE(testing::loadAndWait(speech));
+    speech.setText(QString("We go now. ") + twoSentences);
+
+    testing::SignalRecord record(speech);
+    speech.speak();
+    ASSERT_TRUE(testing::waitForReady(speech, 30s));
+    EXPECT_EQ(speech.notice(), Notice::failed());
+    EXPECT_EQ(speech.player().pending(), 0);
+    EXPECT_EQ(log.startingWith("first audio after ").size(), 1u);
+
+    speech.save(directory / "failed.wav");
+    ASSERT_TRUE(testing::waitForReady(speech, 30s));
+    EXPECT_EQ(speech.notice(), Notice::saveFailed());
+    EXPECT_THAT(filesIn(directory.path()), IsEmpty());
+
+    EXPECT_THAT(record.phases,
+                ElementsAre(Phase::speaking, Phase::ready, Phase::saving, Phase::ready));
+    const std::regex tooLong(".* failed: voice: [0-9]+ ids is past the encoder");
+    for (const char* prefix : {"murmelaMain: speak failed: ", "murmelaMain: save failed: "}) {
+        const auto lines = log.startingWith(prefix);
+        ASSERT_EQ(lines.size(), 1u) << prefix;
+        EXPECT_EQ(lines[0].level, log::Level::error);
+        EXPECT_TRUE(std::regex_match(lines[0].text, tooLong)) << lines[0].text;
+    }
 }
 
 TEST_F(SpeechTest, TheSpeedIsNormalisedStoredAndReadBackByTheNextModel) {

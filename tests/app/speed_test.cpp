@@ -1,7 +1,7 @@
 // The speed a view assigns or the settings hold is brought into the voice's one range, onto its
 // steps, and without floating-point residue in what is stored.
 
-#include "app/speed.h"
+#include "app/settings.h"
 
 #include <gtest/gtest.h>
 

@@ -24,7 +24,6 @@
 #include <vector>
 
 #include "audio/player.h"
-#include "monitor_recording.h"
 #include "player_harness.h"
 #include "support/temporary_directory.h"
 
@@ -39,8 +38,6 @@ size_t threadCount() {
     return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
 }
 using testing::CompletionTrace;
-using testing::correlation;
-using testing::locate;
 using testing::MonitorRecording;
 using testing::run;
 using testing::runEventsFor;
@@ -143,19 +140,7 @@ TEST_F(DevicePlayer, PlaysBlocksBackToBackAndReportsEachOnlyAfterItWasHeard) {
         EXPECT_EQ(soundingSamples(recorded), 0u) << "a muted player was heard";
         return;
     }
-    const size_t offset = locate(recorded, expected);
-    ASSERT_GE(recorded.size(), offset + expected.size()) << "the blocks were not heard whole";
-    const double similarity =
-        correlation(recorded.data() + offset, expected.data(), expected.size());
-    float largestDifference = 0.0f;
-    for (size_t i = 0; i < expected.size(); ++i) {
-        largestDifference =
-            std::max(largestDifference, std::fabs(recorded[offset + i] - expected[i]));
-    }
-    std::cout << "recording: correlation " << similarity << ", largest difference "
-              << largestDifference << "\n";
-    EXPECT_GT(similarity, 0.999);
-    EXPECT_LT(largestDifference, 1e-3f);
+    testing::expectHeardWhole(recorded, expected);
     // Nothing but the blocks was heard: no repeat, no tail, no gap padded with sound.
     const size_t sounding = soundingSamples(recorded);
     EXPECT_NEAR(static_cast<double>(sounding), static_cast<double>(expected.size()), 0.01 * kRate);
@@ -207,9 +192,7 @@ TEST_F(DevicePlayer, StopSilencesAtOnceAndARestartPlaysOnlyTheNewUtterance) {
     EXPECT_LE(static_cast<double>(sounding - next.size()), (stoppedAfter + kLatency) * kRate)
         << "the stopped block went on playing";
     // The new utterance is heard whole.
-    const size_t offset = locate(recorded, next);
-    ASSERT_GE(recorded.size(), offset + next.size()) << "the new utterance was not heard whole";
-    EXPECT_GT(correlation(recorded.data() + offset, next.data(), next.size()), 0.999);
+    testing::expectHeardWhole(recorded, next);
 }
 
 // Keeps the sound server stopped (SIGSTOP) while it lives: it neither plays nor says why.

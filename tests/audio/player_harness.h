@@ -1,11 +1,15 @@
 #pragma once
-// What the player tests share: a Qt event loop to run the player in, and a record of when its
-// blocks completed.
+// What the player and speech tests share: a Qt event loop to run the player in, a record of when
+// its blocks completed, and, on a private sound server (tests/support/pulse-session), a
+// recording of what it played and the check that known samples were heard in it, whole.
 
+#include <sys/types.h>
 #include <QTimer>
-
 #include <chrono>
+#include <cstddef>
+#include <filesystem>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "audio/player.h"
@@ -44,5 +48,46 @@ private:
     bool wentNegative_ = false;
     std::vector<Clock::time_point> completions_;
 };
+
+// Starts a program, without Qt's process machinery, whose child shares the parent's memory in
+// a way the thread sanitizer cannot follow. Gives its pid, or -1.
+pid_t spawn(const std::vector<std::string>& arguments);
+
+// Runs a program to its end; gives its exit status, or -1.
+int run(const std::vector<std::string>& arguments);
+
+// Records the null sink's monitor with parec, at the player's format (24000 Hz, mono, float),
+// into `file` until stopped.
+class MonitorRecording {
+public:
+    explicit MonitorRecording(const std::filesystem::path& file);
+    ~MonitorRecording();
+    MonitorRecording(const MonitorRecording&) = delete;
+    MonitorRecording& operator=(const MonitorRecording&) = delete;
+
+    bool started() const { return pid_ > 0; }
+
+    // Ends the recording and gives what was recorded.
+    std::vector<float> stop();
+
+private:
+    std::filesystem::path file_;
+    pid_t pid_ = -1;
+};
+
+// Where `expected` begins in `recording`: the first offset at which its opening samples are
+// heard, or the recording's size when they never are.
+size_t locate(const std::vector<float>& recording, const std::vector<float>& expected);
+
+// The normalised correlation of two runs of `count` samples.
+double correlation(const float* a, const float* b, size_t count);
+
+// How many samples of `recording` are not silence.
+size_t soundingSamples(const std::vector<float>& recording);
+
+// Checks that `expected` was heard whole and once in `recording`, found by its first sounding
+// stretch (an opening silence would match any silence): correlation above 0.999, no sample off
+// by 1e-3 or more. Gives where it starts, or the recording's size when it was not heard.
+size_t expectHeardWhole(const std::vector<float>& recording, const std::vector<float>& expected);
 
 }  // namespace murmela::testing

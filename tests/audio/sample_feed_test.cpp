@@ -1,8 +1,9 @@
 // The stream the sink pulls: blocks back to back with silence in the gaps, nothing at all before
 // the first block, and the stream position where each block ends, which is what completions are
 // measured against. Read on another thread while the main thread hands in blocks, as in playing.
+// And how far the sink stream counts a stream as heard, from what a stand-in sink reports.
 
-#include "audio/sample_feed.h"
+#include "audio/sink_stream.h"
 
 #include <gtest/gtest.h>
 
@@ -131,6 +132,50 @@ TEST(SampleFeed, EverySampleArrivesOnceAndInOrderWhileBlocksKeepComing) {
     for (int b = 0; b < kBlocks; ++b) {
         EXPECT_EQ(endsSeen[static_cast<size_t>(b)], b);
     }
+}
+
+// What a sink says it has processed, which may run ahead of the clock (a server that buffers
+// generously) or stand still (one that hangs).
+struct StandInSink {
+    int64_t processedMicroseconds = 0;
+};
+
+TEST(PlayedPosition, HeardTimeIsClampedToTheClockAndAStallWhileBlocksWaitIsAFailure) {
+    using Clock = PlayedPosition::Clock;
+    using std::chrono::milliseconds;
+    const Clock::time_point opened = Clock::now();
+    PlayedPosition position;
+    position.restart(opened);
+    StandInSink sink;
+
+    // Before the feed hands out a sample nothing is heard, whatever the sink says.
+    sink.processedMicroseconds = 500000;
+    EXPECT_EQ(position.update(sink.processedMicroseconds, std::nullopt, true, opened), 0);
+
+    // The sink claims half a second, but only 100 ms have passed since the first sample.
+    const Clock::time_point first = opened + milliseconds(10);
+    EXPECT_EQ(position.update(sink.processedMicroseconds, first, true, first + milliseconds(100)),
+              2400);
+    // Once the clock has caught up, the sink's own figure counts.
+    EXPECT_EQ(position.update(sink.processedMicroseconds, first, true, first + milliseconds(900)),
+              12000);
+
+    // The sink stands still with blocks waiting: up to the limit that is patience, past it a
+    // failure.
+    const Clock::time_point stalled = first + milliseconds(900);
+    EXPECT_EQ(position.update(sink.processedMicroseconds, first, true,
+                              stalled + PlayedPosition::stallLimit),
+              12000);
+    EXPECT_EQ(position.update(sink.processedMicroseconds, first, true,
+                              stalled + PlayedPosition::stallLimit + milliseconds(1)),
+              std::nullopt);
+
+    // Standing still with nothing left to hear is no stall, and progress restarts the wait.
+    PlayedPosition idle;
+    idle.restart(opened);
+    EXPECT_EQ(idle.update(0, first, false, opened + std::chrono::seconds(60)), 0);
+    EXPECT_EQ(idle.update(1000000, first, true, opened + std::chrono::seconds(64)), 24000);
+    EXPECT_EQ(idle.update(1000000, first, true, opened + std::chrono::seconds(69)), 24000);
 }
 
 }  // namespace

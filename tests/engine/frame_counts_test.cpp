@@ -1,7 +1,7 @@
 // Token durations to decoder frames: the rounding, the floor of one, the doubling, the speed,
 // and the impossible values that stop the program.
 
-#include "engine/frame_counts.h"
+#include "engine/model_io.h"
 
 #include <gtest/gtest.h>
 

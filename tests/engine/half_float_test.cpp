@@ -1,7 +1,7 @@
 // float32 <-> float16 conversions, both the F16C and the portable one, against the compiler's
 // own _Float16 arithmetic (done in software here, so independent of the code under test).
 
-#include "engine/half_float.h"
+#include "engine/vector_math.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The encoder's and the decoder's inputs: tokens and frames in place, padding zero, masks and
 // the position channel exact.
 
-#include "engine/model_inputs.h"
+#include "engine/model_io.h"
 
 #include <gtest/gtest.h>
 

@@ -1,14 +1,12 @@
 // Reading model outputs through their strides: the row-at-a-time paths for adjacent elements
 // and the element-by-element paths for any other layout must agree.
 
-#include "engine/tensor_copy.h"
+#include "engine/model_io.h"
 
 #include <gtest/gtest.h>
 
 #include <bit>
 #include <vector>
-
-#include "engine/strided_matrix.h"
 
 namespace murmela {
 namespace {

@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "engine/resources.h"
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
+#include "files/files.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 
@@ -145,14 +145,11 @@ TEST_F(VoiceFilesTest, LoadsEachModelAndNamesWhatIsMissing) {
     VoiceFiles files(voice.path());
     VoiceInterface read = files.readInterface();
 
-    ModelSession encoder = files.loadModel("encoder", ComputeUnits::cpuOnly, read.programs);
+    ModelSession encoder = files.loadModel("encoder", read.programs);
     EXPECT_EQ(encoder.outputNames(), (std::vector<std::string>{"e", "logd"}));
-    EXPECT_EQ(
-        voiceErrorText([&] { files.loadModel("decoder", ComputeUnits::cpuOnly, read.programs); }),
-        "voice: absent-decoder missing");
-    EXPECT_EQ(voiceErrorText([&] {
-                  files.loadModel("vocoder", ComputeUnits::cpuAndAccelerator, read.programs);
-              }),
+    EXPECT_EQ(voiceErrorText([&] { files.loadModel("decoder", read.programs); }),
+              "voice: absent-decoder missing");
+    EXPECT_EQ(voiceErrorText([&] { files.loadModel("vocoder", read.programs); }),
               "voice: voice.json programs.vocoder unreadable");
 }
 
@@ -160,11 +157,11 @@ TEST_F(VoiceFilesTest, AModelTheRuntimeRefusesGivesTheRuntimesError) {
     writeText(voice / "encoder.onnx", "this is not a model");
     VoiceFiles files(voice.path());
     VoiceInterface read = files.readInterface();
-    EXPECT_THROW(files.loadModel("encoder", ComputeUnits::cpuOnly, read.programs), Ort::Exception);
+    EXPECT_THROW(files.loadModel("encoder", read.programs), Ort::Exception);
     // A directory where the file should be exists, so it is the runtime that refuses it.
     std::filesystem::remove(voice / "decoder.onnx");
     std::filesystem::create_directory(voice / "decoder.onnx");
-    EXPECT_THROW(files.loadModel("decoder", ComputeUnits::cpuOnly, read.programs), Ort::Exception);
+    EXPECT_THROW(files.loadModel("decoder", read.programs), Ort::Exception);
 }
 
 TEST(Resources, VoiceIsLocatedInTheConfiguredOrDefaultResources) {

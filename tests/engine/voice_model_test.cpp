@@ -13,10 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/bucket.h"
-#include "engine/element_type.h"
-#include "engine/too_long.h"
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
+#include "engine/model_io.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 

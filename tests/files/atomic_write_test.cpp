@@ -2,7 +2,7 @@
 // read-only directory, a write that stops half way, a rename that is refused) leaves the old file
 // as it was and no scratch file behind.
 
-#include "files/atomic_write.h"
+#include "files/files.h"
 
 #include <signal.h>
 #include <sys/mount.h>
@@ -19,7 +19,6 @@
 #include <string>
 #include <vector>
 
-#include "files/read_file.h"
 #include "support/temporary_directory.h"
 
 namespace murmela {

@@ -1,7 +1,7 @@
 // The plain in-place write: the bytes land at the path itself, never through a link, and a
 // failure is thrown with the system's reason.
 
-#include "files/write_file.h"
+#include "files/files.h"
 
 #include <signal.h>
 #include <sys/resource.h>

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "engine/voice_error.h"
+#include "common/voice_error.h"
 #include "frontend/unicode.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"

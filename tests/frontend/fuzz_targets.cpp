@@ -6,10 +6,9 @@
 #include <set>
 #include <string_view>
 
-#include "engine/voice_error.h"
-#include "files/read_file.h"
+#include "common/voice_error.h"
+#include "files/files.h"
 #include "frontend/phonemizer.h"
-#include "frontend/vocabulary.h"
 
 namespace murmela::fuzzing {
 namespace {

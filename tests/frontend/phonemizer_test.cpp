@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "engine/voice_error.h"
-#include "files/read_file.h"
+#include "common/voice_error.h"
+#include "files/files.h"
 #include "frontend/unicode.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"

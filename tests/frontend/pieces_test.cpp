@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "frontend/normalise.h"
 #include "frontend/unicode.h"
+#include "frontend/word_tables.h"
 
 namespace murmela {
 namespace {
@@ -123,25 +125,40 @@ TEST(Rewrite, NamesAreRespeltInAnyCase) {
 }
 
 TEST(Rewrite, EveryDottedAbbreviationIsReadAsAWord) {
-    const std::vector<std::pair<std::string, std::string>> readings = {
-        {"Dr.", "doctor"},       {"Mr.", "mister"},
-        {"Mrs.", "missus"},      {"Ms.", "miz"},
-        {"Jr.", "junior"},       {"Sr.", "senior"},
-        {"vs.", "versus"},       {"etc.", "et cetera"},
-        {"e.g.", "for example"}, {"i.e.", "that is"},
-        {"Prof.", "professor"},  {"Mt.", "mount"},
-        {"a.m.", "a.m"},         {"P.M.", "p.m"},
-        {"U.S.", "u.s"},         {"approx.", "approximately"}};
-    for (const auto& [abbreviation, reading] : readings) {
-        EXPECT_EQ(rewritten("", abbreviation, {"Next"}), reading) << abbreviation;
+    // Whatever the set holds: an entry without a reading would stop the program here.
+    for (const std::u32string& abbreviation : dottedAbbreviations()) {
+        for (const char* next : {"Next", "5", "and"}) {
+            const std::string reading = rewritten("", encodeUtf8(abbreviation), {next});
+            EXPECT_FALSE(reading.empty() || reading.back() == '.') << encodeUtf8(abbreviation);
+        }
     }
+    EXPECT_EQ(rewritten("", "Prof.", {"Next"}), "professor");
+    EXPECT_EQ(rewritten("", "P.M."), "p.m");  // letter by letter, without the closing stop
     EXPECT_EQ(rewritten("", "St.", {"Louis"}), "saint");
-    EXPECT_EQ(rewritten("Main", "St."), "street");
     EXPECT_EQ(rewritten("Main", "st.", {"and"}), "street");
     EXPECT_EQ(rewritten("", "No.", {"5"}), "number");
     EXPECT_EQ(rewritten("", "No.", {"way"}), "no");
     // Without its full stop a word is not an abbreviation.
     EXPECT_EQ(rewritten("", "Dr"), "");
+}
+
+TEST(Rewrite, TheSentenceSetAndTheDottedSetDifferOnPurpose) {
+    // First: the sentence set is keyed without the final full stop, and each of its entries is
+    // read as a word too.
+    std::vector<std::string> onlyDotted;
+    for (const std::u32string& dotted : dottedAbbreviations()) {
+        if (!abbreviations().contains(dotted.substr(0, dotted.size() - 1))) {
+            onlyDotted.push_back(encodeUtf8(dotted));
+        }
+    }
+    EXPECT_EQ(abbreviations().size() + onlyDotted.size(), dottedAbbreviations().size());
+    // Second: these are read as words but may end a sentence ("It starts at 9 a.m.").
+    EXPECT_THAT(onlyDotted,
+                ::testing::UnorderedElementsAre("prof.", "a.m.", "p.m.", "u.s.", "approx."));
+    EXPECT_THAT(sentences(U"We met our teacher, the Prof. She spoke at 9 a.m. Then we left."),
+                ::testing::SizeIs(3));
+    EXPECT_THAT(sentences(U"We met our teacher, Dr. Lee. She spoke at length."),
+                ::testing::SizeIs(2));
 }
 
 TEST(Rewrite, LeadIsTheMetalOnlyNextToMetal) {

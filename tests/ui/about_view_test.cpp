@@ -18,9 +18,7 @@
 #include "support/gui_test.h"
 #include "support/temporary_directory.h"
 #include "ui/about_window.h"
-#include "ui/file_manager.h"
-#include "ui/link_address.h"
-#include "ui/voice_credit.h"
+#include "ui/desktop_services.h"
 
 namespace murmela::ui {
 namespace {

@@ -1,14 +1,14 @@
 // The configuration text for the assistant: exact layout, JSON escaping of the helper path,
 // and where the helper is expected.
 
-#include "ui/connect_configuration.h"
+#include "ui/connect_view.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
 
-#include "engine/resources.h"
+#include "files/files.h"
 #include "support/gui_test.h"
 
 namespace murmela::ui {

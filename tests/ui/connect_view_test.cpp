@@ -17,8 +17,7 @@
 #include <QTest>
 
 #include "support/gui_test.h"
-#include "ui/connect_configuration.h"
-#include "ui/design_tokens.h"
+#include "ui/ui_tables.h"
 
 namespace murmela::ui {
 namespace {

@@ -1,6 +1,6 @@
 // Design tokens: number fallbacks, colour parsing, and colours following the appearance.
 
-#include "ui/design_tokens.h"
+#include "ui/ui_tables.h"
 
 #include <gtest/gtest.h>
 

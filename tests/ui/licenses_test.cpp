@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "files/read_file.h"
+#include "files/files.h"
 #include "support/gui_test.h"
 #include "ui/about_view.h"
 

@@ -10,7 +10,7 @@
 #include <QSignalSpy>
 
 #include "support/gui_test.h"
-#include "ui/spinner.h"
+#include "ui/widgets.h"
 
 namespace murmela::ui {
 namespace {

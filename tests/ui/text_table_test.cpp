@@ -7,7 +7,7 @@
 
 #include "support/gui_test.h"
 #include "support/temporary_directory.h"
-#include "ui/link_address.h"
+#include "ui/desktop_services.h"
 
 namespace murmela::ui {
 namespace {

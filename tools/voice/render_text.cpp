@@ -42,10 +42,11 @@ int main(int argc, char** argv) {
             std::getline(fields >> std::ws, text);
             const auto started = std::chrono::steady_clock::now();
             std::vector<float> samples;
-            for (const std::vector<int64_t>& chunk : voice.phonemizer().chunks(text)) {
-                const murmela::SynthesisResult result = voice.synthesize(chunk, speed);
-                samples.insert(samples.end(), result.samples.begin(), result.samples.end());
-            }
+            voice.speak(text, speed, [&](murmela::SpokenChunk&& chunk) {
+                samples.insert(samples.end(), chunk.result.samples.begin(),
+                               chunk.result.samples.end());
+                return true;
+            });
             const double milliseconds = std::chrono::duration<double, std::milli>(
                                             std::chrono::steady_clock::now() - started)
                                             .count();

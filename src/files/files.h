@@ -1,0 +1,42 @@
+#pragma once
+// Whole files: read, written in place, or replaced atomically; and where the application's
+// resources live.
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace murmela {
+
+// The whole content of a regular file (or whatever can be read like one).
+// Throws std::filesystem::filesystem_error with the system's error code when it can't be read,
+// a directory included.
+std::string readFile(const std::filesystem::path& path);
+
+// Writes `bytes` to `path` in place, creating the file or emptying an existing one first. A
+// symbolic link at `path` is refused rather than followed, so the bytes land exactly where the
+// path says and nowhere else.
+// Throws std::filesystem::filesystem_error with the system's error code on failure; what was
+// written by then stays.
+void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes);
+
+// Replaces `destination` with `bytes` so that a reader sees either the old file or the whole new
+// one, never a part: the bytes go to a new file beside the destination, are flushed to disk, and
+// that file is renamed over the destination.
+// Throws std::filesystem::filesystem_error with the system's error code on failure; then the
+// scratch file is gone and an existing destination is as it was.
+void writeFileAtomically(const std::filesystem::path& destination, std::span<const uint8_t> bytes);
+
+// Where the application's resources (voice, texts, design tokens, licences) live.
+
+// $MURMELA_RESOURCES when set and not empty, otherwise <directory of the
+// executable>/../share/murmela. Nothing when neither can be determined. Whether the directory
+// exists is not checked.
+std::optional<std::filesystem::path> resourceDirectory();
+
+// The directory of the running executable, when the system can tell.
+std::optional<std::filesystem::path> executableDirectory();
+
+}  // namespace murmela
