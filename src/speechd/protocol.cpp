@@ -146,4 +146,23 @@ std::string audioEvent(std::span<const float> samples, float gain) {
     return event;
 }
 
+std::vector<int16_t> audioSamples(std::string_view escaped) {
+    std::vector<int16_t> samples;
+    samples.reserve(escaped.size() / 2);
+    int low = -1;
+    for (size_t at = 0; at < escaped.size(); ++at) {
+        uint8_t byte = static_cast<uint8_t>(escaped[at]);
+        if (byte == escapeByte && at + 1 < escaped.size()) {
+            byte = static_cast<uint8_t>(escaped[++at] ^ 0x20);
+        }
+        if (low < 0) {
+            low = byte;
+        } else {
+            samples.push_back(static_cast<int16_t>(static_cast<uint16_t>(low | (byte << 8))));
+            low = -1;
+        }
+    }
+    return samples;
+}
+
 }  // namespace murmela::speechd

@@ -92,4 +92,7 @@ std::string indexMarkEvent(std::string_view name);
 // little-endian integers, with every LF and 0x7D byte escaped.
 std::string audioEvent(std::span<const float> samples, float gain);
 
+// The samples of an AUDIO event's data: the escaped bytes after "AUDIO" and its NUL.
+std::vector<int16_t> audioSamples(std::string_view escaped);
+
 }  // namespace murmela::speechd

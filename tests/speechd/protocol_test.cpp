@@ -46,24 +46,16 @@ private:
     std::thread writer_;
 };
 
+// The samples of an AUDIO event, checking its framing; its header lines go to `header`.
 std::vector<int16_t> decodeAudio(const std::string& event, std::string& header) {
-    const std::string marker = "705-AUDIO";
-    const size_t start = event.find(marker);
-    header = event.substr(0, start);
-    EXPECT_EQ(event[start + marker.size()], '\0');
+    const size_t start = event.find("705-AUDIO");
     const size_t end = event.rfind("\n705 AUDIO\n");
+    header = event.substr(0, start);
+    EXPECT_EQ(event[start + 9], '\0');
     EXPECT_EQ(end + 11, event.size());
-    std::string bytes;
-    for (size_t at = start + marker.size() + 1; at < end; ++at) {
-        EXPECT_NE(event[at], '\n');
-        bytes.push_back(event[at] == 0x7D ? static_cast<char>(event[++at] ^ 0x20) : event[at]);
-    }
-    std::vector<int16_t> samples(bytes.size() / 2);
-    for (size_t i = 0; i < samples.size(); ++i) {
-        samples[i] = static_cast<int16_t>(static_cast<uint8_t>(bytes[2 * i]) |
-                                          (static_cast<uint8_t>(bytes[2 * i + 1]) << 8));
-    }
-    return samples;
+    const std::string data = event.substr(start + 10, end - start - 10);
+    EXPECT_EQ(data.find('\n'), std::string::npos);
+    return audioSamples(data);
 }
 
 TEST(SpeechdProtocol, LinesAndDataBlocks) {
