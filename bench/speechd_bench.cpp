@@ -87,20 +87,27 @@ std::unique_ptr<ModuleClient> started(const Subject& subject, benchmark::State& 
     return module;
 }
 
+// Sends the short phrase, takes the time from `start` to its first audio as the iteration's and
+// reads the rest of it. False, with the benchmark marked failed, when no audio comes.
+bool phraseSpoken(ModuleClient& module, Clock::time_point start, benchmark::State& state) {
+    module.send(shortPhrase);
+    if (!readUntil(module, 705)) {
+        state.SkipWithError("no audio");
+        return false;
+    }
+    state.SetIterationTime(milliseconds(Clock::now() - start) / 1000);
+    return readUntil(module, 702);
+}
+
 void firstAudio(benchmark::State& state, const Subject& subject) {
     std::unique_ptr<ModuleClient> module = started(subject, state);
     if (!module) {
         return;
     }
     for (auto _ : state) {
-        const Clock::time_point start = Clock::now();
-        module->send(shortPhrase);
-        if (!readUntil(*module, 705)) {
-            state.SkipWithError("no audio");
+        if (!phraseSpoken(*module, Clock::now(), state)) {
             return;
         }
-        state.SetIterationTime(milliseconds(Clock::now() - start) / 1000);
-        readUntil(*module, 702);
     }
 }
 
@@ -117,6 +124,20 @@ bool speakingLongText(ModuleClient& module) {
     return true;
 }
 
+// Sends STOP and reads up to the message's closing event; `lastAudio` is when the last AUDIO
+// event came, if one came. False when the module goes quiet first.
+bool stopped(ModuleClient& module, Clock::time_point& lastAudio) {
+    module.send("STOP\n");
+    while (std::optional<Reply> event = module.next()) {
+        if (event->code == 705) {
+            lastAudio = Clock::now();
+        } else if (event->code == 703 || event->code == 702) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void stop(benchmark::State& state, const Subject& subject) {
     std::unique_ptr<ModuleClient> module = started(subject, state);
     if (!module) {
@@ -129,19 +150,10 @@ void stop(benchmark::State& state, const Subject& subject) {
             return;
         }
         const Clock::time_point start = Clock::now();
-        module->send("STOP\n");
         Clock::time_point audio = start;
-        for (;;) {
-            std::optional<Reply> event = module->next();
-            if (!event) {
-                state.SkipWithError("no event after STOP");
-                return;
-            }
-            if (event->code == 705) {
-                audio = Clock::now();
-            } else if (event->code == 703 || event->code == 702) {
-                break;
-            }
+        if (!stopped(*module, audio)) {
+            state.SkipWithError("no event after STOP");
+            return;
         }
         state.SetIterationTime(milliseconds(Clock::now() - start) / 1000);
         lastAudio += milliseconds(audio - start);
@@ -161,20 +173,11 @@ void stopAndSpeak(benchmark::State& state, const Subject& subject) {
             return;
         }
         const Clock::time_point start = Clock::now();
-        module->send("STOP\n");
         // The server sends the next message only once the module has confirmed the stop.
-        while (std::optional<Reply> event = module->next()) {
-            if (event->code == 703 || event->code == 702) {
-                break;
-            }
-        }
-        module->send(shortPhrase);
-        if (!readUntil(*module, 705)) {
-            state.SkipWithError("no audio");
+        Clock::time_point audio;
+        if (!stopped(*module, audio) || !phraseSpoken(*module, start, state)) {
             return;
         }
-        state.SetIterationTime(milliseconds(Clock::now() - start) / 1000);
-        readUntil(*module, 702);
     }
 }
 

@@ -73,7 +73,7 @@ void Module::run() {
         if (line->overlong || command.size() > longestCommand) {
             write(reply::unknownCommand);
         } else if (command == "INIT") {
-            initialize(lock);
+            initialize();
         } else if (command == "SPEAK" || command == "CHAR" || command == "KEY" ||
                    command == "SOUND_ICON") {
             receiveMessage(command);
@@ -101,20 +101,19 @@ void Module::run() {
     }
 }
 
-void Module::initialize(std::unique_lock<std::mutex>& lock) {
+void Module::initialize() {
     if (voice_) {
         write(multiline("299", {"Murmela: already initialized"}, reply::loaded));
         return;
     }
-    // Opening takes a while; the worker is not running yet, so nothing else writes.
-    lock.unlock();
+    // No worker runs yet, so holding the lock while the voice opens keeps nothing waiting.
     std::string failure;
     try {
         voice_ = openVoice_();
     } catch (const std::exception& error) {
         failure = error.what();
+        std::replace(failure.begin(), failure.end(), '\n', ' ');
     }
-    lock.lock();
     if (!voice_) {
         log::error("sd_murmela", failure);
         write(multiline("399", {failure}, reply::cannotInitialize));
@@ -296,10 +295,11 @@ void Module::speakJob(const Job& job) {
     };
     for (; index < job.pieces.size(); ++index) {
         const SsmlPiece& piece = job.pieces[index];
-        bool going = true;
+        // A stopped message must not cost the next one a chunk's synthesis.
+        bool going = isCurrent(job.message);
         switch (piece.kind) {
             case SsmlPiece::Kind::text:
-                if (piece.text.find_first_not_of(" \t\n\r") != std::string::npos) {
+                if (going && piece.text.find_first_not_of(" \t\n\r") != std::string::npos) {
                     voice_->speak(piece.text, job.speed, [&](SpokenChunk&& chunk) {
                         going = sendSamples(chunk.result.samples);
                         return going;
@@ -307,15 +307,16 @@ void Module::speakJob(const Job& job) {
                 }
                 break;
             case SsmlPiece::Kind::mark:
-                going = sendForMessage(job.message, indexMarkEvent(piece.text));
+                going = going && sendForMessage(job.message, indexMarkEvent(piece.text));
                 if (going && pauseDue(job.message)) {
                     finish(job.message, Ending::pause);
                     going = false;
                 }
                 break;
             case SsmlPiece::Kind::pause:
-                going = sendSamples(std::vector<float>(
-                    static_cast<size_t>(piece.milliseconds) * samplesPerMillisecond, 0.0f));
+                going = going &&
+                        sendSamples(std::vector<float>(
+                            static_cast<size_t>(piece.milliseconds) * samplesPerMillisecond, 0.0f));
                 break;
         }
         if (!going) {
@@ -348,6 +349,11 @@ void Module::finish(uint64_t message, Ending ending) {
     }
     write(ending == Ending::end ? reply::end : ending == Ending::stop ? reply::stop : reply::pause);
     speaking_ = false;
+}
+
+bool Module::isCurrent(uint64_t message) {
+    std::lock_guard lock(mutex_);
+    return message == message_ && speaking_;
 }
 
 bool Module::pauseDue(uint64_t message) {

@@ -49,8 +49,8 @@ private:
         float gain = 1;
     };
 
-    // Each handler runs with `lock` held, so no event comes between a command and its reply.
-    void initialize(std::unique_lock<std::mutex>& lock);
+    // Each handler runs with mutex_ held, so no event comes between a command and its reply.
+    void initialize();
     enum class Parameters { speech, audio, logging };
     void receiveParameters(Parameters parameters);
     void receiveMessage(std::string_view command);
@@ -64,6 +64,7 @@ private:
     bool sendForMessage(uint64_t message, std::string_view event);
     // Writes BEGIN if due and then the closing event, if `message` is still being spoken.
     void finish(uint64_t message, Ending ending);
+    bool isCurrent(uint64_t message);
     bool pauseDue(uint64_t message);
     void write(std::string_view text);  // with mutex_ held
 

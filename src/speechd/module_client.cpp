@@ -13,6 +13,19 @@
 extern char** environ;
 
 namespace murmela::speechd {
+namespace {
+
+// The C view of `strings` that exec wants, ending in a null pointer.
+std::vector<char*> nullTerminated(std::vector<std::string>& strings) {
+    std::vector<char*> pointers;
+    for (std::string& text : strings) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+}  // namespace
 
 ModuleClient::ModuleClient(const std::string& program, const std::vector<std::string>& arguments,
                            const std::vector<std::string>& environment) {
@@ -41,15 +54,7 @@ ModuleClient::ModuleClient(const std::string& program, const std::vector<std::st
     }
     std::vector<std::string> words = {program};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv, envp;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    for (std::string& variable : variables) {
-        envp.push_back(variable.data());
-    }
-    envp.push_back(nullptr);
+    std::vector<char*> argv = nullTerminated(words), envp = nullTerminated(variables);
     if (posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) {
         pid_ = -1;
     }

@@ -1,49 +1,37 @@
 // The module's pieces without a process: line framing and data blocks, the audio encoding, the
 // speech parameters, the SSML reader and the words said for characters, keys and punctuation.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "speechd/protocol.h"
 #include "speechd/settings.h"
 #include "speechd/spoken_text.h"
 #include "speechd/ssml.h"
+#include "support/temporary_directory.h"
 
 namespace murmela::speechd {
 namespace {
 
-// A pipe with `input` written into it (by a thread, so input larger than the pipe works).
-class PipeInput {
+// `input` in a file, open for reading.
+class InputFile {
 public:
-    explicit PipeInput(std::string input) {
-        EXPECT_EQ(::pipe(ends_), 0);
-        writer_ = std::thread([this, input = std::move(input)] {
-            std::string_view rest = input;
-            while (!rest.empty()) {
-                const ssize_t written = ::write(ends_[1], rest.data(), rest.size());
-                if (written <= 0) {
-                    break;
-                }
-                rest.remove_prefix(static_cast<size_t>(written));
-            }
-            ::close(ends_[1]);
-        });
+    explicit InputFile(const std::string& input) {
+        testing::writeText(directory_ / "input", input);
+        descriptor_ = ::open((directory_ / "input").c_str(), O_RDONLY);
     }
-    ~PipeInput() {
-        writer_.join();
-        ::close(ends_[0]);
-    }
-    int descriptor() const { return ends_[0]; }
+    ~InputFile() { ::close(descriptor_); }
+    int descriptor() const { return descriptor_; }
 
 private:
-    int ends_[2] = {-1, -1};
-    std::thread writer_;
+    testing::TemporaryDirectory directory_;
+    int descriptor_ = -1;
 };
 
 // The samples of an AUDIO event, checking its framing; its header lines go to `header`.
@@ -59,53 +47,38 @@ std::vector<int16_t> decodeAudio(const std::string& event, std::string& header) 
 }
 
 TEST(SpeechdProtocol, LinesAndDataBlocks) {
-    const std::string huge(200, 'x');
-    PipeInput input("SPEAK\n<speak>\n..\n...and\nend</speak>\n.\nCHAR\n" + huge +
-                    "\n.\nSET\n12345\n67890\n.\nSET\nrate=1\n");
+    InputFile input("SPEAK\n<speak>\n..\n...and\nend</speak>\n.\nCHAR\n" +
+                    std::string(300000, 'y') + "\n.\nSET\n12345\n67890\n.\nSET\nrate=1\n" +
+                    std::string(300, 'z'));
     LineReader reader(input.descriptor(), 100);
     EXPECT_EQ(reader.next()->text, "SPEAK");
-
     // A line of the text that starts with a dot was sent with one more; the lone dot ends it.
     DataBlock block = readDataBlock(reader, 1000);
-    EXPECT_TRUE(block.ended);
-    EXPECT_FALSE(block.tooLarge);
+    EXPECT_TRUE(block.ended && !block.tooLarge);
     EXPECT_EQ(block.lines, (std::vector<std::string>{"<speak>", ".", "..and", "end</speak>"}));
     EXPECT_EQ(block.bytes, std::string("<speak>\n.\n..and\nend</speak>").size());
 
-    // A line past the line limit makes the block too large, and it is still read to its end.
+    // A line past the line limit, or a block past its byte limit (line feeds counted), makes
+    // the block too large; it is still read to its end.
     EXPECT_EQ(reader.next()->text, "CHAR");
     block = readDataBlock(reader, 1000);
-    EXPECT_TRUE(block.ended);
-    EXPECT_TRUE(block.tooLarge);
-    EXPECT_TRUE(block.lines.empty());
-
-    // So does a block past its byte limit, counting the line feeds between lines.
+    EXPECT_TRUE(block.ended && block.tooLarge && block.lines.empty());
     EXPECT_EQ(reader.next()->text, "SET");
     block = readDataBlock(reader, 10);
-    EXPECT_TRUE(block.ended);
-    EXPECT_TRUE(block.tooLarge);
-    EXPECT_EQ(reader.next()->text, "SET");
+    EXPECT_TRUE(block.ended && block.tooLarge);
 
-    // Input that ends before the closing dot.
+    // Input that ends before the closing dot, with an overlong last line cut at the limit.
+    EXPECT_EQ(reader.next()->text, "SET");
     block = readDataBlock(reader, 1000);
     EXPECT_FALSE(block.ended);
-    EXPECT_EQ(block.lines, std::vector<std::string>{"rate=1"});
-    EXPECT_FALSE(reader.next());
-}
-
-TEST(SpeechdProtocol, AnOverlongLineCostsNoMoreThanTheLimit) {
-    PipeInput input("A\n" + std::string(300000, 'y') + "\nB\n" + std::string(300, 'z'));
-    LineReader reader(input.descriptor(), 100);
-    EXPECT_EQ(reader.next()->text, "A");
-    std::optional<LineReader::Line> line = reader.next();
+    EXPECT_TRUE(block.tooLarge);
+    InputFile tail("A\n" + std::string(300, 'z'));
+    LineReader tailReader(tail.descriptor(), 100);
+    EXPECT_EQ(tailReader.next()->text, "A");
+    std::optional<LineReader::Line> line = tailReader.next();
     EXPECT_TRUE(line->overlong);
-    EXPECT_EQ(line->text, std::string(100, 'y'));
-    EXPECT_EQ(reader.next()->text, "B");
-    // The last line has no line feed and is too long as well.
-    line = reader.next();
-    EXPECT_TRUE(line->overlong);
-    EXPECT_EQ(line->text.size(), 100u);
-    EXPECT_FALSE(reader.next());
+    EXPECT_EQ(line->text, std::string(100, 'z'));
+    EXPECT_FALSE(tailReader.next());
 }
 
 TEST(SpeechdProtocol, AudioEventsAndUtf8) {
