@@ -181,14 +181,14 @@ void stopAndSpeak(benchmark::State& state, const Subject& subject) {
     }
 }
 
-BENCHMARK_CAPTURE(firstAudio, murmela, murmela)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(firstAudio, espeak_ng, espeakNg)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(stop, murmela, murmela)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(stop, espeak_ng, espeakNg)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(stopAndSpeak, murmela, murmela)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(stopAndSpeak, espeak_ng, espeakNg)
-    ->UseManualTime()
-    ->Unit(benchmark::kMillisecond);
+// Each iteration speaks for real, so a fixed count keeps the run to a minute or two.
+constexpr int iterations = 40;
+BENCHMARK_CAPTURE(firstAudio, murmela, murmela)->UseManualTime()->Iterations(iterations);
+BENCHMARK_CAPTURE(firstAudio, espeak_ng, espeakNg)->UseManualTime()->Iterations(iterations);
+BENCHMARK_CAPTURE(stop, murmela, murmela)->UseManualTime()->Iterations(iterations);
+BENCHMARK_CAPTURE(stop, espeak_ng, espeakNg)->UseManualTime()->Iterations(iterations);
+BENCHMARK_CAPTURE(stopAndSpeak, murmela, murmela)->UseManualTime()->Iterations(iterations);
+BENCHMARK_CAPTURE(stopAndSpeak, espeak_ng, espeakNg)->UseManualTime()->Iterations(iterations);
 
 }  // namespace
 
