@@ -73,4 +73,10 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # Relative to the package's staging root, where dpkg-shlibdeps runs.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS usr/${MURMELA_PRIVATE_LIBDIR})
+# Everything installed, and the speech-dispatcher module's configuration in /etc, a conffile.
+set(CPACK_COMPONENTS_ALL Unspecified speechd_configuration)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+file(WRITE ${murmela_package_files}/conffiles "/etc/speech-dispatcher/modules/murmela.conf\n")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${murmela_package_files}/conffiles)
 include(CPack)

@@ -10,9 +10,9 @@
 #include <memory>
 #include <optional>
 
-#include "files/files.h"
-#include "engine/voice.h"
 #include "common/voice_error.h"
+#include "engine/voice.h"
+#include "files/files.h"
 #include "speechd/module.h"
 
 namespace {
@@ -20,8 +20,8 @@ namespace {
 namespace fs = std::filesystem;
 
 // The resources as the program finds them (MURMELA_RESOURCES, or beside the executable as in
-// the build tree), else where an installation put them: the module's own directory is the
-// server's, not Murmela's.
+// the build tree), else where an installation put them, found from the module's own place
+// (the server's module directory), so a package under any prefix finds its voice.
 fs::path voiceDirectory() {
     std::error_code ignored;
     if (std::optional<fs::path> resources = murmela::resourceDirectory()) {
@@ -30,7 +30,8 @@ fs::path voiceDirectory() {
             return *resources / "Voice";
         }
     }
-    return fs::path(MURMELA_INSTALLED_RESOURCES) / "Voice";
+    const fs::path module = murmela::executableDirectory().value_or(fs::path());
+    return (module / MURMELA_RESOURCES_FROM_MODULE / "Voice").lexically_normal();
 }
 
 std::unique_ptr<murmela::Voice> openVoice() {
