@@ -12,6 +12,7 @@
 #include "app/parity_exit.h"
 #include "app/settings.h"
 #include "build_info.h"
+#include "cli/say.h"
 #include "ui/application_icon.h"
 #include "ui/murmela_app.h"
 
@@ -85,6 +86,9 @@ int runInteractive(int& argc, char** argv, const ArgumentDomain& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "say") == 0) {
+        return runSay(argc, argv);  // headless, and no settings of the window's
+    }
     const ArgumentDomain arguments = ArgumentDomain::fromCommandLine(argc, argv);
     // Decided before any application object exists, so the batch run needs no display.
     if (SettingsStore::standard(arguments).value("murmela.parity")) {

@@ -40,7 +40,8 @@ int createScratch(const std::filesystem::path& destination, std::filesystem::pat
     return -1;
 }
 
-// Writes everything or returns the error number.
+}  // namespace
+
 int writeAll(int fd, std::span<const uint8_t> bytes) {
     while (!bytes.empty()) {
         ssize_t written = ::write(fd, bytes.data(), bytes.size());
@@ -55,6 +56,8 @@ int writeAll(int fd, std::span<const uint8_t> bytes) {
     return 0;
 }
 
+namespace {
+
 // Makes the rename itself durable. The new file is complete and in place by then, so a
 // directory that cannot be flushed does not make the write a failure.
 void flushDirectory(const std::filesystem::path& directory) {
@@ -67,19 +70,25 @@ void flushDirectory(const std::filesystem::path& directory) {
 
 }  // namespace
 
-void writeFileAtomically(const std::filesystem::path& destination, std::span<const uint8_t> bytes) {
+int createScratchFile(const std::filesystem::path& destination, std::filesystem::path& scratch) {
     if (!destination.has_filename()) {
         fail(destination, EISDIR);
     }
-    std::filesystem::path scratch;
+    // rename() would refuse a directory only after all the bytes had been written.
+    std::error_code ignored;
+    if (std::filesystem::is_directory(destination, ignored)) {
+        fail(destination, EISDIR);
+    }
     int fd = createScratch(destination, scratch);
     if (fd < 0) {
         fail(destination, errno);
     }
-    int error = writeAll(fd, bytes);
-    if (error == 0 && ::fsync(fd) != 0) {
-        error = errno;
-    }
+    return fd;
+}
+
+void replaceWithScratchFile(int fd, const std::filesystem::path& scratch,
+                            const std::filesystem::path& destination) {
+    int error = ::fsync(fd) != 0 ? errno : 0;
     // close reports late write errors of some file systems (NFS).
     if (::close(fd) != 0 && error == 0) {
         error = errno;
@@ -93,6 +102,17 @@ void writeFileAtomically(const std::filesystem::path& destination, std::span<con
     }
     std::filesystem::path directory = destination.parent_path();
     flushDirectory(directory.empty() ? std::filesystem::path(".") : directory);
+}
+
+void writeFileAtomically(const std::filesystem::path& destination, std::span<const uint8_t> bytes) {
+    std::filesystem::path scratch;
+    int fd = createScratchFile(destination, scratch);
+    if (int error = writeAll(fd, bytes); error != 0) {
+        ::close(fd);
+        ::unlink(scratch.c_str());
+        fail(destination, error);
+    }
+    replaceWithScratchFile(fd, scratch, destination);
 }
 
 }  // namespace murmela
