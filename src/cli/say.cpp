@@ -116,8 +116,19 @@ void writeRawSamples(const SayOptions& options, const std::string& text) {
     }
 }
 
+// Qt's own warnings (a sound server it cannot reach, and the like) are for developers; the
+// command's one-line errors say what went wrong in the user's terms.
+void onlyQtsSeriousMessages(QtMsgType type, const QMessageLogContext& context,
+                            const QString& message) {
+    if (type == QtCriticalMsg || type == QtFatalMsg) {
+        std::fprintf(stderr, "%s\n",
+                     qFormatLogMessage(type, context, message).toLocal8Bit().constData());
+    }
+}
+
 void playOnDevice(int& argc, char** argv, const SayOptions& options, const std::string& text) {
     const std::shared_ptr<Voice> voice = openVoice();
+    qInstallMessageHandler(onlyQtsSeriousMessages);
     QCoreApplication application(argc, argv);
     Narrator narrator([voice] { return voice; });
     std::optional<SayFailure> failure;
