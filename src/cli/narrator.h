@@ -50,9 +50,6 @@ public:
     // whether there was one.
     bool stop();
 
-    // Whether a speech has been started and not yet heard to its end, stopped or failed.
-    bool speaking() const { return current_ != nullptr; }
-
     // How a save ended: the samples written (0: the text gave nothing to speak, and no file was
     // written), or the error's description.
     struct SaveResult {

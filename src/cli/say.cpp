@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -59,12 +60,12 @@ std::shared_ptr<Voice> openVoice() {
 
 const SayFailure nothingToSpeak{sayBadInput, "the text has nothing to speak"};
 
-// Synthesis errors pass through here; errors of the output are the caller's.
-template <typename Speaking>
-int64_t speakOrFail(Speaking&& speaking) {
+// The voice's errors become the command's; those of the output (system errors) are left to
+// the caller, which knows what it was writing.
+int64_t speakOrFail(const std::function<int64_t()>& speaking) {
     try {
         return speaking();
-    } catch (const std::system_error& error) {
+    } catch (const std::system_error&) {
         throw;
     } catch (const SayFailure&) {
         throw;
