@@ -10,6 +10,7 @@
 #include "app/parity.h"
 #include "app/settings.h"
 #include "build_info.h"
+#include "cli/say.h"
 #include "ui/desktop_services.h"
 #include "ui/murmela_app.h"
 
@@ -73,6 +74,9 @@ int runInteractive(int& argc, char** argv, const ArgumentDomain& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "say") == 0) {
+        return runSay(argc, argv);  // headless, and no settings of the window's
+    }
     const ArgumentDomain arguments = ArgumentDomain::fromCommandLine(argc, argv);
     // Decided before any application object exists: the batch run needs no display, and no
     // event loop either, since it runs start to end on this thread.

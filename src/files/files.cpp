@@ -55,17 +55,9 @@ void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes
     if (fd < 0) {
         failWriting(path, errno);
     }
-    while (!bytes.empty()) {
-        ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            int code = errno;
-            ::close(fd);
-            failWriting(path, code);
-        }
-        bytes = bytes.subspan(static_cast<size_t>(written));
+    if (int code = writeAll(fd, bytes); code != 0) {
+        ::close(fd);
+        failWriting(path, code);
     }
     // A file system that reports a failed write only when the file is closed.
     if (::close(fd) != 0 && errno != EINTR) {
@@ -98,7 +90,8 @@ int createScratch(const std::filesystem::path& destination, std::filesystem::pat
     return -1;
 }
 
-// Writes everything or returns the error number.
+}  // namespace
+
 int writeAll(int fd, std::span<const uint8_t> bytes) {
     while (!bytes.empty()) {
         ssize_t written = ::write(fd, bytes.data(), bytes.size());
@@ -113,6 +106,8 @@ int writeAll(int fd, std::span<const uint8_t> bytes) {
     return 0;
 }
 
+namespace {
+
 // Makes the rename itself durable. The new file is complete and in place by then, so a
 // directory that cannot be flushed does not make the write a failure.
 void flushDirectory(const std::filesystem::path& directory) {
@@ -125,19 +120,25 @@ void flushDirectory(const std::filesystem::path& directory) {
 
 }  // namespace
 
-void writeFileAtomically(const std::filesystem::path& destination, std::span<const uint8_t> bytes) {
+int createScratchFile(const std::filesystem::path& destination, std::filesystem::path& scratch) {
     if (!destination.has_filename()) {
         failWriting(destination, EISDIR);
     }
-    std::filesystem::path scratch;
+    // rename() would refuse a directory only after all the bytes had been written.
+    std::error_code ignored;
+    if (std::filesystem::is_directory(destination, ignored)) {
+        failWriting(destination, EISDIR);
+    }
     int fd = createScratch(destination, scratch);
     if (fd < 0) {
         failWriting(destination, errno);
     }
-    int error = writeAll(fd, bytes);
-    if (error == 0 && ::fsync(fd) != 0) {
-        error = errno;
-    }
+    return fd;
+}
+
+void replaceWithScratchFile(int fd, const std::filesystem::path& scratch,
+                            const std::filesystem::path& destination) {
+    int error = ::fsync(fd) != 0 ? errno : 0;
     // close reports late write errors of some file systems (NFS).
     if (::close(fd) != 0 && error == 0) {
         error = errno;
@@ -151,6 +152,17 @@ void writeFileAtomically(const std::filesystem::path& destination, std::span<con
     }
     std::filesystem::path directory = destination.parent_path();
     flushDirectory(directory.empty() ? std::filesystem::path(".") : directory);
+}
+
+void writeFileAtomically(const std::filesystem::path& destination, std::span<const uint8_t> bytes) {
+    std::filesystem::path scratch;
+    int fd = createScratchFile(destination, scratch);
+    if (int error = writeAll(fd, bytes); error != 0) {
+        ::close(fd);
+        ::unlink(scratch.c_str());
+        failWriting(destination, error);
+    }
+    replaceWithScratchFile(fd, scratch, destination);
 }
 
 std::optional<std::filesystem::path> executableDirectory() {

@@ -29,6 +29,22 @@ void writeFile(const std::filesystem::path& path, std::span<const uint8_t> bytes
 // scratch file is gone and an existing destination is as it was.
 void writeFileAtomically(const std::filesystem::path& destination, std::span<const uint8_t> bytes);
 
+// The same replacement for a writer that produces its bytes piece by piece: the scratch file
+// beside `destination` is created empty and its descriptor returned, its path stored in
+// `scratch`. Throws std::filesystem::filesystem_error when it cannot be created (the
+// destination names a directory, or its directory is missing or not writable).
+int createScratchFile(const std::filesystem::path& destination, std::filesystem::path& scratch);
+
+// Writes all of `bytes` to `fd`, retrying after interruptions and short writes. Returns 0, or
+// the error number of the write that failed.
+int writeAll(int fd, std::span<const uint8_t> bytes);
+
+// Flushes the scratch file to disk, closes `fd` and renames the file over `destination`. Throws
+// std::filesystem::filesystem_error on failure, after removing the scratch file; the
+// descriptor is closed either way.
+void replaceWithScratchFile(int fd, const std::filesystem::path& scratch,
+                            const std::filesystem::path& destination);
+
 // Where the application's resources (voice, texts, design tokens, licences) live.
 
 // $MURMELA_RESOURCES when set and not empty, otherwise <directory of the

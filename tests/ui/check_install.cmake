@@ -10,6 +10,7 @@ endif()
 
 set(expected
     bin/murmela
+    libexec/murmela/murmela
     share/applications/${APP_ID}.desktop
     share/metainfo/${APP_ID}.metainfo.xml
     share/icons/hicolor/scalable/apps/${APP_ID}.svg

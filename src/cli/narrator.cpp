@@ -1,0 +1,134 @@
+#include "cli/narrator.h"
+
+#include <QPointer>
+
+#include "app/render_work.h"
+#include "audio/wav_stream.h"
+#include "cli/speech_output.h"
+
+namespace murmela {
+
+Narrator::Narrator(std::function<std::shared_ptr<Voice>()> openVoice, QObject* parent)
+    : QObject(parent), openVoice_(std::move(openVoice)) {
+    connect(&player_, &Player::outputFailed, this, [this](const QString& description) {
+        if (current_) {
+            end();
+            emit soundFailed(description);
+        }
+    });
+}
+
+Narrator::~Narrator() {
+    if (current_) {
+        current_->cancel();
+    }
+    closing_->cancel();
+    renderQueue_.close();
+}
+
+Voice& Narrator::voice() {
+    if (!voice_) {
+        voice_ = openVoice_();
+    }
+    return *voice_;
+}
+
+void Narrator::speak(std::string text, double speed) {
+    stop();
+    auto flag = std::make_shared<CancelFlag>();
+    player_.start([self = QPointer<Narrator>(this), flag] {
+        if (self && self->current_ == flag) {
+            self->current_ = nullptr;
+            emit self->heard();
+        }
+    });
+    current_ = flag;
+    renderQueue_.post([self = this, text = std::move(text), speed, flag] {
+        UtteranceEnd end;
+        int64_t samples = 0;
+        try {
+            Voice& voice = self->voice();
+            std::optional<UtteranceEnd> finished =
+                synthesiseUtterance(voice, text, speed, *flag, [&](PlayableChunk chunk) {
+                    samples += static_cast<int64_t>(chunk.samples.size());
+                    self->inbox_.post([self, flag, chunk = std::move(chunk)]() mutable {
+                        self->chunkReady(flag, std::move(chunk));
+                    });
+                });
+            if (!finished) {
+                return;  // stopped
+            }
+            end = *finished;
+        } catch (...) {
+            end.error = errorDescription(std::current_exception());
+        }
+        self->inbox_.post(
+            [self, flag, end, samples] { self->utteranceSynthesised(flag, end, samples); });
+    });
+}
+
+void Narrator::chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk) {
+    if (flag == current_) {
+        player_.schedule(std::move(chunk.samples));
+    }
+}
+
+void Narrator::utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag,
+                                    const UtteranceEnd& end, int64_t samples) {
+    if (flag != current_) {
+        return;
+    }
+    if (end.error) {
+        this->end();
+        emit voiceFailed(QString::fromStdString(*end.error));
+        return;
+    }
+    if (samples == 0) {
+        player_.stop();
+        current_ = nullptr;
+    } else {
+        player_.finish();
+    }
+    emit synthesised(samples);
+}
+
+void Narrator::end() {
+    current_->cancel();
+    current_ = nullptr;
+    player_.stop();
+}
+
+bool Narrator::stop() {
+    if (!current_) {
+        return false;
+    }
+    end();
+    return true;
+}
+
+void Narrator::save(std::string text, double speed, std::filesystem::path destination,
+                    std::function<void(SaveResult)> done) {
+    renderQueue_.post([self = this, text = std::move(text), speed,
+                       destination = std::move(destination), done = std::move(done),
+                       closing = closing_]() mutable {
+        SaveResult result;
+        WavFile file;
+        try {
+            openWavFile(file, destination, false);
+        } catch (const std::filesystem::filesystem_error& error) {
+            result.error = "cannot write " + destination.string() + ": " + error.code().message();
+        }
+        if (!result.error) {
+            try {
+                result.samples = saveSpeech(self->voice(), text, speed, file, *closing);
+            } catch (...) {
+                result.error = errorDescription(std::current_exception());
+            }
+        }
+        if (!closing->isCancelled()) {
+            self->inbox_.post([done = std::move(done), result] { done(result); });
+        }
+    });
+}
+
+}  // namespace murmela

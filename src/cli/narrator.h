@@ -1,0 +1,96 @@
+#pragma once
+// Speaking and saving without a window: the voice works on a render thread of its own while the
+// player, on the main thread, plays each chunk as soon as it has been made. The command line
+// and the assistant companion speak through it.
+//
+// Every member is called on the main thread, which runs a Qt event loop; every signal and
+// callback comes there. One job (a speech, a save) runs at a time, in the order they were asked
+// for. The voice is opened by the first job that needs it; when opening fails, each later job
+// tries again.
+
+#include <QObject>
+#include <QString>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/render_queue.h"
+#include "app/render_work.h"
+#include "audio/player.h"
+#include "engine/voice.h"
+
+namespace murmela {
+
+struct PlayableChunk;
+struct UtteranceEnd;
+
+class Narrator : public QObject {
+    Q_OBJECT
+
+public:
+    // `openVoice` runs on the render thread and may throw; what it throws is reported as the
+    // job's failure.
+    explicit Narrator(std::function<std::shared_ptr<Voice>()> openVoice, QObject* parent = nullptr);
+    ~Narrator() override;
+    Narrator(const Narrator&) = delete;
+    Narrator& operator=(const Narrator&) = delete;
+
+    // Starts speaking `text` at `speed`, stopping what was being spoken. Throws
+    // AudioOutputError when the sound output cannot be opened. Then comes either `synthesised`
+    // (followed, when there was something to speak, by `heard`), `voiceFailed` or `soundFailed`,
+    // unless stop() comes first.
+    void speak(std::string text, double speed);
+
+    // Ends the speech under way at once, silently; nothing more is reported about it. Says
+    // whether there was one.
+    bool stop();
+
+    // How a save ended: the samples written (0: the text gave nothing to speak, and no file was
+    // written), or the error's description.
+    struct SaveResult {
+        int64_t samples = 0;
+        std::optional<std::string> error;
+    };
+
+    // Writes `text` spoken at `speed` to `destination` as a WAV file (see saveSpeech; the file is
+    // opened on the render thread, just before the voice speaks into it) and calls
+    // `done` with the result. A save cannot be stopped; it is abandoned, writing nothing, only
+    // when the narrator goes.
+    void save(std::string text, double speed, std::filesystem::path destination,
+              std::function<void(SaveResult)> done);
+
+signals:
+    // Every chunk of the speech has been made: `samples` in all, 0 when the text gave nothing
+    // to speak (the speech is then over).
+    void synthesised(qint64 samples);
+    // The last sample of the speech has been played.
+    void heard();
+    // The speech ended early: the voice could not be opened or failed to speak.
+    void voiceFailed(const QString& description);
+    // The speech ended early: the sound output failed while playing.
+    void soundFailed(const QString& description);
+
+private:
+    // Runs on the render thread: the voice, opened on first use.
+    Voice& voice();
+    void chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk);
+    void utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end,
+                              int64_t samples);
+    // Ends the speech under way.
+    void end();
+
+    std::function<std::shared_ptr<Voice>()> openVoice_;
+    std::shared_ptr<Voice> voice_;  // the render thread's alone
+    Player player_;
+    std::shared_ptr<CancelFlag> current_;  // the speech under way, if any
+    std::shared_ptr<CancelFlag> closing_ = std::make_shared<CancelFlag>();
+    MainThreadInbox inbox_;
+    // Last, so that it closes first: no job outlives the members it uses.
+    RenderQueue renderQueue_;
+};
+
+}  // namespace murmela

@@ -1,0 +1,121 @@
+#include "cli/say_options.h"
+
+#include <charconv>
+#include <cmath>
+
+#include "app/settings.h"
+
+namespace murmela {
+namespace {
+
+double parseSpeed(const std::string& value) {
+    double speed = 0.0;
+    const char* end = value.data() + value.size();
+    const auto [stop, error] = std::from_chars(value.data(), end, speed);
+    if (value.empty() || error != std::errc() || stop != end || !std::isfinite(speed)) {
+        throw UsageError("--speed needs a number, not \"" + value + "\"");
+    }
+    if (speed < minimumSpeed || speed > maximumSpeed) {
+        throw UsageError("--speed must be from 0.75 to 1.5, not " + value);
+    }
+    return speed;
+}
+
+}  // namespace
+
+SayOptions parseSayOptions(const std::vector<std::string>& arguments) {
+    SayOptions options;
+    std::vector<std::string> words;
+    bool wantsRaw = false, wantsFile = false, onlyWords = false;
+    for (size_t index = 0; index < arguments.size(); ++index) {
+        const std::string& argument = arguments[index];
+        if (onlyWords || argument.size() < 2 || argument[0] != '-') {
+            words.push_back(argument);
+            continue;
+        }
+        // "--name=value" and "--name value" alike.
+        std::string name = argument;
+        std::optional<std::string> attached;
+        if (const size_t equals = argument.find('='); equals != std::string::npos) {
+            name = argument.substr(0, equals);
+            attached = argument.substr(equals + 1);
+        }
+        auto value = [&]() -> std::string {
+            if (attached) {
+                return *attached;
+            }
+            if (index + 1 >= arguments.size()) {
+                throw UsageError(name + " needs a value");
+            }
+            return arguments[++index];
+        };
+        auto noValue = [&] {
+            if (attached) {
+                throw UsageError(name + " takes no value");
+            }
+        };
+        if (name == "--") {
+            noValue();
+            onlyWords = true;
+        } else if (name == "--speed" || name == "-s") {
+            options.speed = parseSpeed(value());
+        } else if (name == "--output" || name == "-o") {
+            options.wavFile = value();
+            if (options.wavFile.empty()) {
+                throw UsageError(name + " needs a file name");
+            }
+            wantsFile = true;
+        } else if (name == "--raw") {
+            noValue();
+            wantsRaw = true;
+        } else if (name == "--help" || name == "-h") {
+            noValue();
+            options.help = true;
+        } else if (name == "--version") {
+            noValue();
+            options.version = true;
+        } else {
+            throw UsageError("unknown option " + name);
+        }
+    }
+    if (wantsRaw && wantsFile) {
+        throw UsageError("--output and --raw cannot be used together");
+    }
+    options.destination = wantsRaw    ? SayOptions::Destination::raw
+                          : wantsFile ? SayOptions::Destination::wavFile
+                                      : SayOptions::Destination::device;
+    if (!words.empty()) {
+        std::string text;
+        for (const std::string& word : words) {
+            text += (text.empty() ? "" : " ") + word;
+        }
+        options.text = text;
+    }
+    return options;
+}
+
+std::string sayUsage() {
+    return "Usage: murmela say [--speed S] [--output FILE.wav | --raw] [TEXT...]\n"
+           "\n"
+           "Speaks TEXT, or standard input when no text is given, with Murmela's voice.\n"
+           "\n"
+           "  -s, --speed S        speaking speed from 0.75 to 1.5 (default 1)\n"
+           "  -o, --output FILE    write a WAV file (16-bit, mono, 24000 Hz) instead of playing\n"
+           "      --raw            write raw 16-bit little-endian mono samples at 24000 Hz to\n"
+           "                       standard output as they are made, for example:\n"
+           "                       murmela say --raw < book.txt | aplay -f S16_LE -r 24000 -c 1\n"
+           "  -h, --help           show this help\n"
+           "      --version        show the version\n"
+           "\n"
+           "Without --output or --raw the speech plays on the default sound device.\n"
+           "\n"
+           "Exit status:\n"
+           "  0  spoken or written\n"
+           "  1  the voice failed while speaking\n"
+           "  2  bad arguments\n"
+           "  3  the input cannot be read, or has nothing to speak\n"
+           "  4  the output (file, standard output or sound device) cannot be written\n"
+           "  5  the voice is missing or damaged\n";
+}
+
+}  // namespace murmela

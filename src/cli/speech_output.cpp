@@ -1,0 +1,43 @@
+#include "cli/speech_output.h"
+
+#include <system_error>
+#include <vector>
+
+#include "audio/wav.h"
+#include "audio/wav_stream.h"
+#include "files/files.h"
+
+namespace murmela {
+
+int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
+                   const CancelFlag& abandon) {
+    bool abandoned = false;
+    voice.speak(text, speed, [&](SpokenChunk&& chunk) {
+        if (abandon.isCancelled()) {
+            abandoned = true;
+            return false;
+        }
+        appendToWavFile(file, chunk.result.samples);
+        return true;
+    });
+    if (abandoned || file.samples == 0) {
+        return 0;
+    }
+    finishWavFile(file, speechSampleRate);
+    return file.samples;
+}
+
+int64_t streamSpeech(Voice& voice, std::string_view text, double speed, int fd) {
+    int64_t written = 0;
+    voice.speak(text, speed, [&](SpokenChunk&& chunk) {
+        const std::vector<uint8_t> bytes = wavSampleBytes(chunk.result.samples, false);
+        if (int error = writeAll(fd, bytes); error != 0) {
+            throw std::system_error(error, std::generic_category(), "cannot write the samples");
+        }
+        written += static_cast<int64_t>(chunk.result.samples.size());
+        return true;
+    });
+    return written;
+}
+
+}  // namespace murmela

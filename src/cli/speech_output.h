@@ -1,0 +1,30 @@
+#pragma once
+// Speech written as it is made, for texts of any length: each chunk's samples leave memory as
+// soon as they are written, so a book takes no more memory than a sentence.
+
+#include <cstdint>
+#include <string_view>
+
+#include "app/render_work.h"
+#include "audio/wav.h"
+#include "engine/voice.h"
+
+namespace murmela {
+
+// The rate of every sample the voice makes.
+constexpr int64_t speechSampleRate = 24000;
+
+// Speaks `text` at `speed` into `file`, a 16-bit PCM WAV file just opened (openWavFile, so a
+// destination that cannot be written has failed before anything is synthesised), and puts it
+// in place. Gives the number of samples written; when the text gives nothing to speak, or
+// `abandon` is raised between chunks, nothing is put in place (the scratch file goes with
+// `file`). Throws the file system's error (std::filesystem::filesystem_error) or the voice's.
+int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
+                   const CancelFlag& abandon);
+
+// Speaks `text` at `speed` to the descriptor `fd` as raw 16-bit little-endian mono samples, each
+// chunk written as soon as it is made. Gives the number of samples written. Throws
+// std::system_error when a write fails (EPIPE when the reader has gone), or the voice's error.
+int64_t streamSpeech(Voice& voice, std::string_view text, double speed, int fd);
+
+}  // namespace murmela

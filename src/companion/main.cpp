@@ -1,0 +1,130 @@
+// The assistant companion: `murmela mcp` serves the Model Context Protocol on standard input
+// and output until the client closes its end.
+
+#include <unistd.h>
+
+#include <QCoreApplication>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "app/render_queue.h"
+#include "app/render_work.h"
+#include "build_info.h"
+#include "cli/narrator.h"
+#include "companion/mcp_server.h"
+#include "files/files.h"
+
+namespace {
+
+using namespace murmela;
+
+// A line longer than this is refused unread rather than held in memory.
+constexpr size_t longestMessage = size_t{16} << 20;
+
+// Reads standard input on a thread of its own and hands each line to the main thread; at the
+// end of input the main thread's event loop quits once every request has been answered (a
+// speech then stops). An overlong line is handed over
+// as nothing but its start, which cannot parse.
+void readLines(int fd, MainThreadInbox& inbox, companion::McpServer& server) {
+    std::string pending;
+    bool overlong = false;
+    char buffer[1 << 16];
+    for (;;) {
+        const ssize_t count = ::read(fd, buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            break;
+        }
+        for (const char* byte = buffer; byte != buffer + count; ++byte) {
+            if (*byte != '\n') {
+                if (pending.size() < longestMessage) {
+                    pending.push_back(*byte);
+                } else {
+                    overlong = true;
+                }
+                continue;
+            }
+            if (overlong) {
+                pending = "{\"message too long\"";
+                overlong = false;
+            }
+            inbox.post([&server, line = std::move(pending)] { server.receive(line); });
+            pending.clear();
+        }
+    }
+    if (!pending.empty()) {
+        inbox.post([&server, line = std::move(pending)] { server.receive(line); });
+    }
+    inbox.post([&server] { server.finish([] { QCoreApplication::quit(); }); });
+}
+
+// The voice directory is found from the installation root, which for the companion is two
+// levels up (libexec/murmela/murmela), not one as for bin/murmela.
+void findResourcesFromLibexec() {
+    const char* configured = std::getenv("MURMELA_RESOURCES");
+    if (configured != nullptr && *configured != '\0') {
+        return;
+    }
+    if (std::optional<std::filesystem::path> directory = executableDirectory()) {
+        const std::filesystem::path resources =
+            (*directory / ".." / ".." / "share" / "murmela").lexically_normal();
+        ::setenv("MURMELA_RESOURCES", resources.c_str(), 1);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("murmela companion %s\n", buildinfo::version);
+        return 0;
+    }
+    if (argc != 2 || std::strcmp(argv[1], "mcp") != 0) {
+        std::fprintf(stderr,
+                     "usage: %s mcp\n"
+                     "Serves the Model Context Protocol on standard input and output, for an AI "
+                     "assistant to speak through Murmela's voice.\n",
+                     argv[0]);
+        return 2;
+    }
+    findResourcesFromLibexec();
+    // Standard output belongs to the protocol alone: anything a library prints there would
+    // corrupt it, so descriptor 1 becomes standard error and the protocol keeps a copy.
+    const int protocolOut = ::dup(STDOUT_FILENO);
+    if (protocolOut < 0 || ::dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+        std::perror("murmela mcp: standard output");
+        return 1;
+    }
+    std::signal(SIGPIPE, SIG_IGN);  // a client that has gone is a write error, seen below
+
+    QCoreApplication application(argc, argv);
+    auto narrator =
+        std::make_unique<Narrator>([] { return loadVoice(bundledVoiceDirectory(), std::nullopt); });
+    companion::SpeechTools tools(*narrator);
+    companion::McpServer server(tools, [protocolOut](const nlohmann::json& message) {
+        std::string line =
+            message.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+        const auto* bytes = reinterpret_cast<const uint8_t*>(line.data());
+        if (writeAll(protocolOut, {bytes, line.size()}) != 0) {
+            QCoreApplication::quit();
+        }
+    });
+    MainThreadInbox inbox;
+    std::thread reader(readLines, STDIN_FILENO, std::ref(inbox), std::ref(server));
+    const int code = QCoreApplication::exec();
+    // Nothing reaches the server once the loop has ended. The narrator goes first, abandoning a
+    // save under way (which removes its scratch file); the reader may still wait for input that
+    // will not be used, so the process ends without waiting for it.
+    narrator.reset();
+    std::fflush(stderr);
+    std::_Exit(code);
+}

@@ -1,0 +1,226 @@
+#include "companion/speech_tools.h"
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <set>
+#include <stdexcept>
+
+#include "app/settings.h"
+#include "cli/speech_output.h"
+
+namespace murmela::companion {
+namespace {
+
+using nlohmann::json;
+
+// Arguments that do not fit the tool's schema; what() says what is wrong.
+class BadArguments : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+json speedSchema() {
+    return {{"type", "number"},
+            {"minimum", minimumSpeed},
+            {"maximum", maximumSpeed},
+            {"description", "Speaking speed from 0.75 to 1.5; 1 is normal, larger is faster."}};
+}
+
+json textSchema(const char* description) {
+    return {{"type", "string"}, {"minLength", 1}, {"description", description}};
+}
+
+json objectSchema(json properties, json required) {
+    return {{"type", "object"},
+            {"properties", std::move(properties)},
+            {"required", std::move(required)},
+            {"additionalProperties", false}};
+}
+
+// Refuses arguments the tool does not know, so that a misspelt "sped" is not silently ignored.
+void onlyKnown(const json& arguments, const std::set<std::string>& known) {
+    for (const auto& [name, value] : arguments.items()) {
+        if (known.count(name) == 0) {
+            throw BadArguments("unknown argument \"" + name + "\"");
+        }
+    }
+}
+
+std::string requiredText(const json& arguments, const std::string& name) {
+    const auto found = arguments.find(name);
+    if (found == arguments.end()) {
+        throw BadArguments("the argument \"" + name + "\" is missing");
+    }
+    if (!found->is_string()) {
+        throw BadArguments("\"" + name + "\" must be a string");
+    }
+    return found->get<std::string>();
+}
+
+std::string speakableText(const json& arguments) {
+    std::string text = requiredText(arguments, "text");
+    if (text.find_first_not_of(" \t\r\n\f\v") == std::string::npos) {
+        throw BadArguments("\"text\" has nothing to speak");
+    }
+    return text;
+}
+
+double optionalSpeed(const json& arguments) {
+    const auto found = arguments.find("speed");
+    if (found == arguments.end()) {
+        return 1.0;
+    }
+    if (!found->is_number()) {
+        throw BadArguments("\"speed\" must be a number from 0.75 to 1.5");
+    }
+    const double speed = found->get<double>();
+    if (!(speed >= minimumSpeed && speed <= maximumSpeed)) {
+        throw BadArguments("\"speed\" must be from 0.75 to 1.5, not " + found->dump());
+    }
+    return speed;
+}
+
+std::filesystem::path writablePath(const json& arguments) {
+    const std::filesystem::path path = requiredText(arguments, "path");
+    if (!path.is_absolute()) {
+        throw BadArguments("\"path\" must be an absolute path, such as /home/me/speech.wav");
+    }
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) {
+        throw BadArguments(path.string() + " is a directory; give the path of a file in it");
+    }
+    return path;
+}
+
+std::string seconds(int64_t samples) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f", static_cast<double>(samples) / speechSampleRate);
+    return text;
+}
+
+}  // namespace
+
+json toolResult(const std::string& text, bool isError) {
+    return {{"content", json::array({{{"type", "text"}, {"text", text}}})}, {"isError", isError}};
+}
+
+SpeechTools::SpeechTools(Narrator& narrator) : narrator_(narrator) {
+    QObject::connect(&narrator_, &Narrator::synthesised, [this](qint64 samples) {
+        if (samples == 0) {
+            answerSpeak(toolResult("The text has nothing to speak.", true));
+            return;
+        }
+        json result = toolResult("Speaking " + seconds(samples) + " seconds of audio.");
+        result["structuredContent"] = {
+            {"seconds", static_cast<double>(samples) / speechSampleRate}};
+        answerSpeak(std::move(result));
+    });
+    QObject::connect(&narrator_, &Narrator::voiceFailed, [this](const QString& description) {
+        answerSpeak(toolResult("The voice failed: " + description.toStdString(), true));
+    });
+    QObject::connect(&narrator_, &Narrator::soundFailed, [this](const QString& description) {
+        answerSpeak(toolResult("The sound output failed: " + description.toStdString(), true));
+    });
+}
+
+json SpeechTools::definitions() {
+    return json::array({
+        {{"name", "speak"},
+         {"title", "Speak text aloud"},
+         {"description",
+          "Speaks English text aloud with Murmela's offline voice on the computer's default "
+          "sound output. Returns once the speech is playing, with its length in seconds; a new "
+          "speak replaces the speech under way."},
+         {"inputSchema",
+          objectSchema({{"text", textSchema("The text to speak.")}, {"speed", speedSchema()}},
+                       {"text"})}},
+        {{"name", "stop"},
+         {"title", "Stop speaking"},
+         {"description", "Stops the speech under way at once."},
+         {"inputSchema", objectSchema(json::object(), json::array())}},
+        {{"name", "save_audio"},
+         {"title", "Save speech to a WAV file"},
+         {"description",
+          "Speaks English text into a WAV file (16-bit PCM, mono, 24000 Hz) instead of playing "
+          "it. The file appears complete or not at all; an existing file is replaced, a "
+          "directory never is."},
+         {"inputSchema",
+          objectSchema({{"text", textSchema("The text to speak.")},
+                        {"path", textSchema("Absolute path of the WAV file to write.")},
+                        {"speed", speedSchema()}},
+                       {"text", "path"})}},
+    });
+}
+
+bool SpeechTools::exists(const std::string& name) {
+    return name == "speak" || name == "stop" || name == "save_audio";
+}
+
+void SpeechTools::call(const std::string& name, const json& arguments,
+                       std::function<void(json)> reply) {
+    try {
+        if (name == "speak") {
+            speak(arguments, reply);
+        } else if (name == "stop") {
+            onlyKnown(arguments, {});
+            stop(reply);
+        } else {
+            save(arguments, reply);
+        }
+    } catch (const BadArguments& error) {
+        reply(toolResult(std::string("Invalid arguments for ") + name + ": " + error.what(), true));
+    }
+}
+
+void SpeechTools::speak(const json& arguments, std::function<void(json)> reply) {
+    onlyKnown(arguments, {"text", "speed"});
+    std::string text = speakableText(arguments);
+    const double speed = optionalSpeed(arguments);
+    answerSpeak(toolResult("Stopped by a newer speech before it was all made."));
+    try {
+        narrator_.speak(std::move(text), speed);
+    } catch (const AudioOutputError& error) {
+        reply(toolResult(std::string("The sound output cannot be opened: ") + error.what(), true));
+        return;
+    }
+    speakReply_ = std::move(reply);
+}
+
+void SpeechTools::stop(std::function<void(json)> reply) {
+    answerSpeak(toolResult("Stopped before it was all made."));
+    reply(toolResult(narrator_.stop() ? "Stopped speaking." : "Nothing was being spoken."));
+}
+
+void SpeechTools::save(const json& arguments, std::function<void(json)> reply) {
+    onlyKnown(arguments, {"text", "path", "speed"});
+    std::string text = speakableText(arguments);
+    std::filesystem::path path = writablePath(arguments);
+    const double speed = optionalSpeed(arguments);
+    narrator_.save(
+        std::move(text), speed, path,
+        [path, reply = std::move(reply)](const Narrator::SaveResult& result) {
+            if (result.error) {
+                reply(toolResult("Nothing was saved: " + *result.error, true));
+            } else if (result.samples == 0) {
+                reply(toolResult("The text has nothing to speak; nothing was saved.", true));
+            } else {
+                json answer = toolResult("Saved " + seconds(result.samples) +
+                                         " seconds of audio to " + path.string() + ".");
+                answer["structuredContent"] = {
+                    {"path", path.string()},
+                    {"seconds", static_cast<double>(result.samples) / speechSampleRate}};
+                reply(std::move(answer));
+            }
+        });
+}
+
+void SpeechTools::answerSpeak(json result) {
+    if (speakReply_) {
+        auto reply = std::move(speakReply_);
+        speakReply_ = nullptr;
+        reply(std::move(result));
+    }
+}
+
+}  // namespace murmela::companion

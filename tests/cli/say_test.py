@@ -1,0 +1,204 @@
+#!/usr/bin/python3
+"""`murmela say` as a user runs it: the real program, with real pipes, files and (through
+tests/support/pulse-session) a real sound server.
+
+  say_test.py --program BIN/murmela --resources SHARE/murmela
+"""
+
+import argparse
+import os
+import pathlib
+import pty
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+import speech_checks  # noqa: E402
+
+PROGRAM = RESOURCES = None
+SENTENCES = [
+    "The weather is nice today.",
+    "We will meet at the station tomorrow morning.",
+    "Please close the window before you leave the house.",
+    "I forgot my umbrella at the office again.",
+]
+
+
+def environment(**changes):
+    env = {k: v for k, v in os.environ.items() if k not in ("DISPLAY", "WAYLAND_DISPLAY")}
+    env["MURMELA_RESOURCES"] = str(RESOURCES)
+    env.update(changes)
+    return env
+
+
+def say(*arguments, stdin=b"", env=None, timeout=120):
+    return subprocess.run([PROGRAM, "say", *arguments], input=stdin, capture_output=True,
+                          env=env or environment(), timeout=timeout)
+
+
+class Say(unittest.TestCase):
+    def setUp(self):
+        self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="murmela-say-"))
+
+    def tearDown(self):
+        shutil.rmtree(self.scratch, ignore_errors=True)
+
+    def assertFails(self, result, code, message):
+        error = result.stderr.decode()
+        self.assertEqual(result.returncode, code, error)
+        self.assertTrue(error.startswith("murmela say: ") and message in error, error)
+        self.assertEqual(error.count("\n"), 1, "one line: " + error)
+        self.assertEqual(result.stdout, b"")
+
+    def test_raw_samples_stream_while_the_text_is_still_being_spoken(self):
+        text = " ".join(SENTENCES * 6).encode()
+        started = time.monotonic()
+        process = subprocess.Popen([PROGRAM, "say", "--raw"], stdin=subprocess.PIPE,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   env=environment())
+        process.stdin.write(text)
+        process.stdin.close()
+        process.stdin = None
+        first = process.stdout.read1(4096)
+        first_at = time.monotonic() - started
+        rest, log = process.communicate(timeout=300)
+        self.assertEqual(process.returncode, 0, log)
+        ended_at = time.monotonic() - started
+        samples = speech_checks.pcm16(first + rest)
+        # Twenty-four sentences last well over a minute and mostly sound.
+        self.assertGreater(len(samples) / speech_checks.RATE, 50)
+        self.assertGreater(speech_checks.sounding_seconds(samples), 20)
+        self.assertLess(first_at, ended_at / 3,
+                        f"first bytes after {first_at:.2f} s of {ended_at:.2f} s")
+
+    def test_wav_file_holds_what_raw_output_holds_and_is_speech(self):
+        text = " ".join(SENTENCES[:2])
+        destination = self.scratch / "speech.wav"
+        destination.write_bytes(b"an older file, replaced whole")
+        result = say("--output", str(destination), "--speed", "1", text)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout, b"")
+        fields, samples = speech_checks.read_wav(destination)
+        self.assertEqual(fields, (1, 2, 24000))
+        self.assertEqual(os.listdir(self.scratch), ["speech.wav"])  # no scratch file left
+        raw = say("--raw", text)
+        self.assertEqual(raw.returncode, 0, raw.stderr)
+        self.assertEqual(samples.tobytes(), raw.stdout)
+        self.assertGreater(speech_checks.share_heard(destination, text), 0.6)
+        # Standard input gives the same as the words on the command line.
+        piped = say("--raw", stdin=text.encode())
+        self.assertEqual(piped.stdout, raw.stdout)
+        # A faster speed gives shorter audio.
+        fast = say("--raw", "--speed=1.5", text)
+        self.assertLess(len(fast.stdout), len(raw.stdout) * 0.8)
+
+    def test_help_and_version(self):
+        shown = say("--help")
+        self.assertEqual(shown.returncode, 0)
+        for line in ("--output FILE", "--raw", "2  bad arguments", "5  the voice is missing"):
+            self.assertIn(line, shown.stdout.decode())
+        version = say("--version")
+        self.assertEqual(version.returncode, 0)
+        self.assertRegex(version.stdout.decode(), r"^murmela \d+\.\d+\.\d+\n$")
+
+    def test_bad_arguments(self):
+        for arguments, message in [
+            (["--loud", "hello"], "unknown option --loud"),
+            (["--speed"], "--speed needs a value"),
+            (["--speed", "quick", "hello"], "--speed needs a number"),
+            (["--speed", "2", "hello"], "from 0.75 to 1.5"),
+            (["--speed=0.5", "hello"], "from 0.75 to 1.5"),
+            (["--raw", "--output", "x.wav", "hello"], "cannot be used together"),
+            (["--raw=yes", "hello"], "--raw takes no value"),
+        ]:
+            with self.subTest(arguments=arguments):
+                self.assertFails(say(*arguments), 2, message)
+        # Raw samples are not for a terminal.
+        leader, follower = pty.openpty()
+        result = subprocess.run([PROGRAM, "say", "--raw", "hello"], stdout=follower,
+                                stderr=subprocess.PIPE, env=environment(), timeout=60)
+        os.close(follower)
+        os.close(leader)
+        self.assertEqual(result.returncode, 2)
+        self.assertIn(b"send them to a pipe or a file", result.stderr)
+        # "--" makes the rest words, even ones that look like options.
+        self.assertEqual(say("--raw", "--", "--speed").returncode, 0)
+
+    def test_unreadable_input(self):
+        directory = os.open(self.scratch, os.O_RDONLY)
+        try:
+            result = subprocess.run([PROGRAM, "say", "--raw"], stdin=directory,
+                                    capture_output=True, env=environment(), timeout=60)
+        finally:
+            os.close(directory)
+        self.assertFails(result, 3, "cannot read standard input")
+        self.assertFails(say("--raw", stdin=b" \n\t "), 3, "nothing to speak")
+        destination = self.scratch / "nothing.wav"
+        self.assertFails(say("-o", str(destination), "..."), 3, "nothing to speak")
+        self.assertFalse(destination.exists())
+
+    def test_unwritable_output(self):
+        self.assertFails(say("-o", str(self.scratch / "missing" / "a.wav"), "hello"), 4,
+                         "No such file or directory")
+        self.assertFails(say("-o", str(self.scratch), "hello"), 4, "Is a directory")
+        locked = self.scratch / "locked"
+        locked.mkdir()
+        locked.chmod(0o500)
+        if os.geteuid() != 0:  # root writes anyway
+            self.assertFails(say("-o", str(locked / "a.wav"), "hello"), 4, "Permission denied")
+        # A reader that goes away early.
+        process = subprocess.Popen([PROGRAM, "say", "--raw", " ".join(SENTENCES * 4)],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   env=environment())
+        process.stdout.read(1000)
+        process.stdout.close()
+        _, log = process.communicate(timeout=120)
+        self.assertEqual(process.returncode, 4)
+        self.assertIn(b"murmela say: cannot write to standard output: Broken pipe", log)
+
+    def test_missing_or_damaged_voice(self):
+        self.assertFails(say("--raw", "hello", env=environment(MURMELA_RESOURCES=str(
+            self.scratch))), 5, "voice: Voice/ missing")
+        shutil.copytree(RESOURCES / "Voice", self.scratch / "Voice")
+        (self.scratch / "Voice" / "voice.json").write_text("{ not json")
+        output = self.scratch / "out.wav"
+        self.assertFails(say("-o", str(output), "hello",
+                             env=environment(MURMELA_RESOURCES=str(self.scratch))), 5, "")
+        self.assertEqual(sorted(os.listdir(self.scratch)), ["Voice"])  # nothing written
+
+    def test_plays_on_the_sound_device(self):
+        if os.environ.get("MURMELA_PULSE_UNAVAILABLE"):
+            self.skipTest("no sound server: " + os.environ["MURMELA_PULSE_UNAVAILABLE"])
+        if not os.environ.get("MURMELA_PULSE_SINK"):
+            self.skipTest("run through tests/support/pulse-session")
+        recording = self.scratch / "heard.raw"
+        with open(recording, "wb") as out:
+            recorder = subprocess.Popen(
+                ["parec", "-d", os.environ["MURMELA_PULSE_SINK"] + ".monitor", "--raw",
+                 "--format=s16le", "--rate=24000", "--channels=1"], stdout=out)
+            try:
+                time.sleep(0.5)
+                result = say(SENTENCES[0], SENTENCES[1])
+            finally:
+                time.sleep(0.3)
+                recorder.terminate()
+                recorder.wait()
+        self.assertEqual(result.returncode, 0, result.stderr)
+        heard = speech_checks.pcm16(recording.read_bytes())
+        self.assertGreater(speech_checks.sounding_seconds(heard), 1.0)
+        # No sound server at all: a clear error, not a hang.
+        self.assertFails(say("hello", env=environment(
+            PULSE_SERVER="unix:" + str(self.scratch / "nobody"))), 4, "cannot play")
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--program", required=True)
+    parser.add_argument("--resources", required=True, type=pathlib.Path)
+    options, rest = parser.parse_known_args()
+    PROGRAM, RESOURCES = options.program, options.resources
+    unittest.main(argv=[sys.argv[0], "-v", *rest])

@@ -1,0 +1,247 @@
+#!/usr/bin/python3
+"""The assistant companion through real pipes: the protocol's lifecycle and revisions, every
+kind of malformed message and bad argument (each answered, none fatal), the tools' work, and
+the end of input ending the server. Run through tests/support/pulse-session for `speak`.
+
+  protocol_test.py --companion LIBEXEC/murmela/murmela --resources SHARE/murmela
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import select
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+import speech_checks  # noqa: E402
+
+COMPANION = RESOURCES = None
+TEXT = "The weather is nice today. We will meet at the station tomorrow morning."
+
+
+class Session:
+    """One companion process, spoken to line by line."""
+
+    def __init__(self, **environment):
+        env = dict(os.environ, MURMELA_RESOURCES=str(RESOURCES))
+        env.update(environment)
+        if not env["MURMELA_RESOURCES"]:
+            del env["MURMELA_RESOURCES"]  # found from the program's own place
+        self.process = subprocess.Popen([COMPANION, "mcp"], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                                        env=env)
+        self.buffer = b""
+
+    def send_line(self, line):
+        self.process.stdin.write(line + b"\n")
+        self.process.stdin.flush()
+
+    def send(self, message):
+        self.send_line(json.dumps(message).encode())
+
+    def receive(self, timeout=60):
+        deadline = time.monotonic() + timeout
+        while b"\n" not in self.buffer:
+            left = deadline - time.monotonic()
+            if left <= 0 or not select.select([self.process.stdout], [], [], left)[0]:
+                raise AssertionError("no answer within %d s" % timeout)
+            chunk = os.read(self.process.stdout.fileno(), 1 << 16)
+            if not chunk:
+                raise AssertionError("the companion closed its output")
+            self.buffer += chunk
+        line, self.buffer = self.buffer.split(b"\n", 1)
+        return json.loads(line)
+
+    def request(self, id, method, params=None):
+        message = {"jsonrpc": "2.0", "id": id, "method": method}
+        if params is not None:
+            message["params"] = params
+        self.send(message)
+        answer = self.receive()
+        assert answer["id"] == id, answer
+        return answer
+
+    def call(self, id, name, arguments):
+        return self.request(id, "tools/call", {"name": name, "arguments": arguments})["result"]
+
+    def close(self, timeout=60):
+        self.process.stdin.close()
+        rest = self.process.stdout.read()
+        code = self.process.wait(timeout=timeout)
+        self.process.stdout.close()
+        return code, rest
+
+    def initialize(self, revision="2025-06-18"):
+        return self.request(0, "initialize", {"protocolVersion": revision, "capabilities": {},
+                                              "clientInfo": {"name": "test", "version": "1"}})
+
+
+def text_of(result):
+    return result["content"][0]["text"]
+
+
+class Companion(unittest.TestCase):
+    def setUp(self):
+        self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="murmela-mcp-"))
+        self.session = Session()
+
+    def tearDown(self):
+        if self.session.process.poll() is None:
+            self.session.process.kill()
+            self.session.process.wait()
+        for stream in (self.session.process.stdin, self.session.process.stdout):
+            if not stream.closed:
+                stream.close()
+        shutil.rmtree(self.scratch, ignore_errors=True)
+
+    def test_lifecycle_and_revisions(self):
+        answer = self.session.initialize("2025-06-18")["result"]
+        self.assertEqual(answer["protocolVersion"], "2025-06-18")
+        self.assertIn("tools", answer["capabilities"])
+        self.assertEqual(answer["serverInfo"]["name"], "murmela")
+        # A notification is never answered: the next answer is the ping's.
+        self.session.send({"jsonrpc": "2.0", "method": "notifications/initialized"})
+        self.session.send({"jsonrpc": "2.0", "method": "notifications/unheard-of"})
+        self.assertEqual(self.session.request("p", "ping")["result"], {})
+        tools = self.session.request(2, "tools/list")["result"]["tools"]
+        schemas = {tool["name"]: tool["inputSchema"] for tool in tools}
+        self.assertEqual(sorted(schemas), ["save_audio", "speak", "stop"])
+        self.assertEqual(schemas["speak"]["required"], ["text"])
+        self.assertEqual(sorted(schemas["save_audio"]["required"]), ["path", "text"])
+        self.assertEqual(schemas["speak"]["properties"]["speed"]["maximum"], 1.5)
+        self.assertEqual(self.session.close(), (0, b""))
+        # A revision the server does not speak is answered with its newest.
+        for asked, answered in [("2099-01-01", "2025-11-25"), ("2024-11-05", "2024-11-05")]:
+            session = Session()
+            self.assertEqual(session.initialize(asked)["result"]["protocolVersion"], answered)
+            session.close()
+
+    def test_malformed_messages_are_answered_and_survived(self):
+        session = self.session
+        for line, id, code in [
+            (b"{not json", None, -32700),
+            (b'{"jsonrpc":"2.0","id":1,"method":"ping","params":{"x":"\xff\xfe"}}', None, -32700),
+            (b"[1, 2]", None, -32600),
+            (b'"ping"', None, -32600),
+            (b'{"jsonrpc":"2.0","id":{"a":1},"method":"ping"}', None, -32600),
+            (b'{"jsonrpc":"2.0","id":1.5,"method":"ping"}', None, -32600),
+            (b'{"id":3,"method":"ping"}', 3, -32600),
+            (b'{"jsonrpc":"2.0","id":4,"method":7}', 4, -32600),
+            (b'{"jsonrpc":"2.0","id":5}', 5, -32600),
+            (b'{"jsonrpc":"2.0","id":6,"method":"resources/list"}', 6, -32601),
+            (b'{"jsonrpc":"2.0","id":7,"method":"ping","params":[1]}', 7, -32602),
+            (b'{"jsonrpc":"2.0","id":8,"method":"initialize","params":{}}', 8, -32602),
+            (b'{"jsonrpc":"2.0","id":9,"method":"tools/call","params":{}}', 9, -32602),
+            (b'{"jsonrpc":"2.0","id":10,"method":"tools/call","params":{"name":"sing"}}',
+             10, -32602),
+            (b'{"jsonrpc":"2.0","id":11,"method":"tools/call",'
+             b'"params":{"name":"speak","arguments":"hello"}}', 11, -32602),
+            (b'{"text":"' + b"a" * (17 << 20) + b'"}', None, -32700),
+        ]:
+            with self.subTest(line=line[:60]):
+                session.send_line(line)
+                answer = session.receive()
+                self.assertEqual(answer["id"], id)
+                self.assertEqual(answer["error"]["code"], code)
+                self.assertTrue(answer["error"]["message"])
+        # Blank lines and answers to requests the server never made are ignored.
+        session.send_line(b"   ")
+        session.send_line(b'{"jsonrpc":"2.0","id":99,"result":{}}')
+        self.assertEqual(session.request(12, "ping")["result"], {})
+
+    def test_bad_tool_arguments_are_tool_errors(self):
+        session = self.session
+        missing = str(self.scratch / "missing" / "a.wav")
+        for id, (name, arguments, words) in enumerate([
+            ("speak", {}, '"text" is missing'),
+            ("speak", {"text": 5}, '"text" must be a string'),
+            ("speak", {"text": " \n "}, "nothing to speak"),
+            ("speak", {"text": "hi", "speed": 2}, "from 0.75 to 1.5"),
+            ("speak", {"text": "hi", "speed": "fast"}, '"speed" must be a number'),
+            ("speak", {"text": "hi", "sped": 1}, 'unknown argument "sped"'),
+            ("stop", {"now": True}, 'unknown argument "now"'),
+            ("save_audio", {"text": "hi"}, '"path" is missing'),
+            ("save_audio", {"text": "hi", "path": "out.wav"}, "absolute path"),
+            ("save_audio", {"text": "hi", "path": str(self.scratch)}, "is a directory"),
+            ("save_audio", {"text": "hi", "path": missing}, "No such file or directory"),
+            ("save_audio", {"text": "...", "path": str(self.scratch / "e.wav")},
+             "nothing to speak"),
+        ]):
+            with self.subTest(name=name, arguments=arguments):
+                result = session.call(id, name, arguments)
+                self.assertTrue(result["isError"])
+                self.assertIn(words, text_of(result))
+        self.assertEqual(os.listdir(self.scratch), [])  # nothing written, the directory stands
+
+    def test_saved_audio_is_speech_and_end_of_input_waits_for_it(self):
+        destination = self.scratch / "speech.wav"
+        destination.write_text("an older file")
+        # The voice is found two levels above libexec/murmela/, beside bin/.
+        self.session.process.kill()
+        self.session.process.wait()
+        self.session = Session(MURMELA_RESOURCES="")
+        self.session.send({"jsonrpc": "2.0", "id": 1, "method": "tools/call",
+                           "params": {"name": "save_audio",
+                                      "arguments": {"text": TEXT, "path": str(destination)}}})
+        started = time.monotonic()
+        code, rest = self.session.close()
+        self.assertLess(time.monotonic() - started, 60)
+        self.assertEqual(code, 0)
+        answer = json.loads(rest)
+        self.assertFalse(answer["result"]["isError"], answer)
+        seconds = answer["result"]["structuredContent"]["seconds"]
+        fields, samples = speech_checks.read_wav(destination)
+        self.assertEqual(fields, (1, 2, 24000))
+        self.assertAlmostEqual(len(samples) / 24000, seconds, places=3)
+        self.assertGreater(speech_checks.share_heard(destination, TEXT), 0.6)
+        self.assertEqual(os.listdir(self.scratch), ["speech.wav"])
+
+    def test_speak_plays_and_stop_silences(self):
+        if os.environ.get("MURMELA_PULSE_UNAVAILABLE") or not os.environ.get("MURMELA_PULSE_SINK"):
+            self.skipTest("needs tests/support/pulse-session and its sound server")
+        recording = self.scratch / "heard.raw"
+        with open(recording, "wb") as out:
+            recorder = subprocess.Popen(
+                ["parec", "-d", os.environ["MURMELA_PULSE_SINK"] + ".monitor", "--raw",
+                 "--format=s16le", "--rate=24000", "--channels=1"], stdout=out)
+            try:
+                time.sleep(0.5)
+                spoken = self.session.call(1, "speak", {"text": TEXT, "speed": 1.25})
+                self.assertFalse(spoken["isError"], spoken)
+                self.assertGreater(spoken["structuredContent"]["seconds"], 2)
+                self.assertIn("Speaking", text_of(spoken))
+                time.sleep(1.5)
+                self.assertEqual(text_of(self.session.call(2, "stop", {})), "Stopped speaking.")
+                stopped_at = recording.stat().st_size
+                time.sleep(1.5)
+            finally:
+                recorder.terminate()
+                recorder.wait()
+        heard = speech_checks.pcm16(recording.read_bytes())
+        self.assertGreater(speech_checks.sounding_seconds(heard), 0.5)
+        # Past the sink's latency after the stop, nothing more is heard.
+        after = heard[stopped_at // 2 + 12000:]
+        self.assertGreater(len(after), 12000)
+        self.assertEqual(speech_checks.sounding_seconds(after), 0)
+        self.assertEqual(text_of(self.session.call(3, "stop", {})), "Nothing was being spoken.")
+        # Without a sound server the tool says so, and the server carries on.
+        silent = Session(PULSE_SERVER="unix:" + str(self.scratch / "nobody"))
+        result = silent.call(1, "speak", {"text": "hello"})
+        self.assertTrue(result["isError"])
+        self.assertIn("sound output", text_of(result))
+        self.assertEqual(silent.close()[0], 0)
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--companion", required=True)
+    parser.add_argument("--resources", required=True, type=pathlib.Path)
+    options, rest = parser.parse_known_args()
+    COMPANION, RESOURCES = options.companion, options.resources
+    unittest.main(argv=[sys.argv[0], "-v", *rest])

@@ -1,0 +1,52 @@
+"""What the program tests ask of audio that should be speech: its length, how much of it
+sounds, and whether the recogniser harness (tools/voice/recognise.py) hears the words."""
+
+import array
+import pathlib
+import sys
+import wave
+
+RATE = 24000
+SOUNDING = 300  # of 32767: quieter samples count as silence
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "voice"))
+
+
+def pcm16(data):
+    """16-bit little-endian samples from bytes."""
+    samples = array.array("h")
+    samples.frombytes(data[: len(data) // 2 * 2])
+    if sys.byteorder != "little":
+        samples.byteswap()
+    return samples
+
+
+def sounding_seconds(samples):
+    return sum(1 for sample in samples if abs(sample) > SOUNDING) / RATE
+
+
+def read_wav(path):
+    """(header fields, samples) of a WAV file; raises when the header does not add up."""
+    raw = pathlib.Path(path).read_bytes()
+    with wave.open(str(path), "rb") as reader:
+        fields = (reader.getnchannels(), reader.getsampwidth(), reader.getframerate())
+        frames = reader.getnframes()
+        data = reader.readframes(frames)
+    riff_size = int.from_bytes(raw[4:8], "little")
+    if riff_size != len(raw) - 8 or frames * 2 != len(raw) - 44:
+        raise AssertionError(f"WAV sizes disagree: RIFF {riff_size}, {frames} frames, "
+                             f"{len(raw)} bytes")
+    return fields, pcm16(data)
+
+
+def heard_words(path):
+    """The words the offline recogniser hears in an audio file."""
+    import recognise
+    return recognise.words(recognise.Recogniser().file(path))
+
+
+def share_heard(path, text):
+    """The share of the words of `text` that the recogniser hears, in order."""
+    import recognise
+    expected = recognise.words(text)
+    return recognise.hits(expected, heard_words(path)) / len(expected)
