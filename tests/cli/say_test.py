@@ -176,17 +176,8 @@ class Say(unittest.TestCase):
         if not os.environ.get("MURMELA_PULSE_SINK"):
             self.skipTest("run through tests/support/pulse-session")
         recording = self.scratch / "heard.raw"
-        with open(recording, "wb") as out:
-            recorder = subprocess.Popen(
-                ["parec", "-d", os.environ["MURMELA_PULSE_SINK"] + ".monitor", "--raw",
-                 "--format=s16le", "--rate=24000", "--channels=1"], stdout=out)
-            try:
-                time.sleep(0.5)
-                result = say(SENTENCES[0], SENTENCES[1])
-            finally:
-                time.sleep(0.3)
-                recorder.terminate()
-                recorder.wait()
+        with speech_checks.recording_of_the_sink(recording):
+            result = say(SENTENCES[0], SENTENCES[1])
         self.assertEqual(result.returncode, 0, result.stderr)
         heard = speech_checks.pcm16(recording.read_bytes())
         self.assertGreater(speech_checks.sounding_seconds(heard), 1.0)

@@ -206,23 +206,15 @@ class Companion(unittest.TestCase):
         if os.environ.get("MURMELA_PULSE_UNAVAILABLE") or not os.environ.get("MURMELA_PULSE_SINK"):
             self.skipTest("needs tests/support/pulse-session and its sound server")
         recording = self.scratch / "heard.raw"
-        with open(recording, "wb") as out:
-            recorder = subprocess.Popen(
-                ["parec", "-d", os.environ["MURMELA_PULSE_SINK"] + ".monitor", "--raw",
-                 "--format=s16le", "--rate=24000", "--channels=1"], stdout=out)
-            try:
-                time.sleep(0.5)
-                spoken = self.session.call(1, "speak", {"text": TEXT, "speed": 1.25})
-                self.assertFalse(spoken["isError"], spoken)
-                self.assertGreater(spoken["structuredContent"]["seconds"], 2)
-                self.assertIn("Speaking", text_of(spoken))
-                time.sleep(1.5)
-                self.assertEqual(text_of(self.session.call(2, "stop", {})), "Stopped speaking.")
-                stopped_at = recording.stat().st_size
-                time.sleep(1.5)
-            finally:
-                recorder.terminate()
-                recorder.wait()
+        with speech_checks.recording_of_the_sink(recording):
+            spoken = self.session.call(1, "speak", {"text": TEXT, "speed": 1.25})
+            self.assertFalse(spoken["isError"], spoken)
+            self.assertGreater(spoken["structuredContent"]["seconds"], 2)
+            self.assertIn("Speaking", text_of(spoken))
+            time.sleep(1.5)
+            self.assertEqual(text_of(self.session.call(2, "stop", {})), "Stopped speaking.")
+            stopped_at = recording.stat().st_size
+            time.sleep(1.2)
         heard = speech_checks.pcm16(recording.read_bytes())
         self.assertGreater(speech_checks.sounding_seconds(heard), 0.5)
         # Past the sink's latency after the stop, nothing more is heard.

@@ -2,6 +2,10 @@
 sounds, and whether the recogniser harness (tools/voice/recognise.py) hears the words."""
 
 import array
+import contextlib
+import os
+import subprocess
+import time
 import pathlib
 import sys
 import wave
@@ -50,3 +54,21 @@ def share_heard(path, text):
     import recognise
     expected = recognise.words(text)
     return recognise.hits(expected, heard_words(path)) / len(expected)
+
+
+@contextlib.contextmanager
+def recording_of_the_sink(path):
+    """Records the private sound server's sink (tests/support/pulse-session) into `path` as
+    16-bit mono samples at 24000 Hz while the block runs, with a little time on either side for
+    the server's latency."""
+    with open(path, "wb") as out:
+        recorder = subprocess.Popen(
+            ["parec", "-d", os.environ["MURMELA_PULSE_SINK"] + ".monitor", "--raw",
+             "--format=s16le", "--rate=24000", "--channels=1"], stdout=out)
+        try:
+            time.sleep(0.5)
+            yield
+        finally:
+            time.sleep(0.3)
+            recorder.terminate()
+            recorder.wait()
