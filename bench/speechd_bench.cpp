@@ -2,7 +2,7 @@
 // over pipes exactly as the server drives them, warm (initialised and one message spoken):
 //   first_audio     SPEAK of a short phrase to its first AUDIO event;
 //   stop            STOP during a long text to the STOP event, with the time to the last AUDIO
-//                   event after the STOP as a counter (0 when none came after it);
+//                   event after the STOP and the module's resident peak as counters;
 //   stop_and_speak  STOP during a long text and at once SPEAK of a short phrase, to that
 //                   phrase's first AUDIO event: what a screen reader's key press costs.
 
@@ -160,6 +160,10 @@ void stop(benchmark::State& state, const Subject& subject) {
     }
     state.counters["last_audio_after_stop_ms"] =
         benchmark::Counter(lastAudio, benchmark::Counter::kAvgIterations);
+    // After a long text spoken and stopped over and over: the module's resident peak.
+    if (std::optional<int64_t> peak = module->peakResidentKilobytes()) {
+        state.counters["peak_resident_MiB"] = static_cast<double>(*peak) / 1024;
+    }
 }
 
 void stopAndSpeak(benchmark::State& state, const Subject& subject) {

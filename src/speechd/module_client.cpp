@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <thread>
 
 #include "speechd/protocol.h"
@@ -155,6 +156,21 @@ std::vector<Reply> ModuleClient::events() {
         }
     }
     return received;
+}
+
+std::optional<int64_t> ModuleClient::peakResidentKilobytes() const {
+    std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+    std::string field;
+    while (status >> field) {
+        if (field == "VmHWM:") {
+            int64_t kilobytes = 0;
+            if (status >> kilobytes) {
+                return kilobytes;
+            }
+            break;
+        }
+    }
+    return std::nullopt;
 }
 
 int ModuleClient::finish() {

@@ -44,6 +44,9 @@ public:
     // The events up to and with the message's closing one (END, STOP or PAUSE).
     std::vector<Reply> events();
 
+    // The most memory the module has held resident so far, in KiB; nothing once it has ended.
+    std::optional<int64_t> peakResidentKilobytes() const;
+
     // Closes the module's input and gives its exit status; -1 when it had to be killed.
     int finish();
 
