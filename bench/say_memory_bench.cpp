@@ -86,8 +86,8 @@ Run runSay(const std::vector<std::string>& arguments, const fs::path& text, bool
 
 void sayMemory(benchmark::State& state, bool toWavFile) {
     const auto words = static_cast<size_t>(state.range(0));
-    const fs::path scratch = fs::temp_directory_path() / ("murmela-say-bench-" +
-                                                          std::to_string(::getpid()));
+    const fs::path scratch =
+        fs::temp_directory_path() / ("murmela-say-bench-" + std::to_string(::getpid()));
     fs::create_directories(scratch);
     const fs::path text = scratch / "prose.txt";
     {
@@ -114,9 +114,17 @@ void sayMemory(benchmark::State& state, bool toWavFile) {
 }  // namespace
 
 BENCHMARK_CAPTURE(sayMemory, raw, false)
-    ->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(1)->Unit(benchmark::kSecond);
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Iterations(1)
+    ->Unit(benchmark::kSecond);
 BENCHMARK_CAPTURE(sayMemory, wav_file, true)
-    ->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(1)->Unit(benchmark::kSecond);
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Iterations(1)
+    ->Unit(benchmark::kSecond);
 
 int main(int argc, char** argv) {
     // The bundled voice as staged in the build tree, unless the caller names other resources.

@@ -81,7 +81,7 @@ std::string randomJson(std::mt19937& random) {
     std::string json;
     const size_t parts = random() % 12;
     if (random() % 2 == 0) {
-        json = "{";
+        json.push_back('{');
         for (size_t i = 0; i < parts; ++i) {
             json += (i > 0 ? "," : "") + names[random() % names.size()] + ":" +
                     values[random() % values.size()];
