@@ -67,20 +67,6 @@ void readLines(int fd, MainThreadInbox& inbox, companion::McpServer& server) {
     inbox.post([&server] { server.finish([] { QCoreApplication::quit(); }); });
 }
 
-// The voice directory is found from the installation root, which for the companion is two
-// levels up (libexec/murmela/murmela), not one as for bin/murmela.
-void findResourcesFromLibexec() {
-    const char* configured = std::getenv("MURMELA_RESOURCES");
-    if (configured != nullptr && *configured != '\0') {
-        return;
-    }
-    if (std::optional<std::filesystem::path> directory = executableDirectory()) {
-        const std::filesystem::path resources =
-            (*directory / ".." / ".." / "share" / "murmela").lexically_normal();
-        ::setenv("MURMELA_RESOURCES", resources.c_str(), 1);
-    }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -96,7 +82,6 @@ int main(int argc, char** argv) {
                      argv[0]);
         return 2;
     }
-    findResourcesFromLibexec();
     // Standard output belongs to the protocol alone: anything a library prints there would
     // corrupt it, so descriptor 1 becomes standard error and the protocol keeps a copy.
     const int protocolOut = ::dup(STDOUT_FILENO);

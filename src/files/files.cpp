@@ -179,11 +179,20 @@ std::optional<std::filesystem::path> resourceDirectory() {
     if (configured != nullptr && *configured != '\0') {
         return std::filesystem::path(configured);
     }
-    std::optional<std::filesystem::path> bin = executableDirectory();
-    if (!bin) {
+    std::optional<std::filesystem::path> programs = executableDirectory();
+    if (!programs) {
         return std::nullopt;
     }
-    return (*bin / ".." / "share" / "murmela").lexically_normal();
+    const std::filesystem::path beside =
+        (*programs / ".." / "share" / "murmela").lexically_normal();
+    const std::filesystem::path above =
+        (*programs / ".." / ".." / "share" / "murmela").lexically_normal();
+    std::error_code ignored;
+    if (!std::filesystem::is_directory(beside, ignored) &&
+        std::filesystem::is_directory(above, ignored)) {
+        return above;
+    }
+    return beside;
 }
 
 }  // namespace murmela

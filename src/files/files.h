@@ -48,8 +48,9 @@ void replaceWithScratchFile(int fd, const std::filesystem::path& scratch,
 // Where the application's resources (voice, texts, design tokens, licences) live.
 
 // $MURMELA_RESOURCES when set and not empty, otherwise <directory of the
-// executable>/../share/murmela. Nothing when neither can be determined. Whether the directory
-// exists is not checked.
+// executable>/../share/murmela; for the helper programs installed one level deeper
+// (libexec/murmela, lib/speech-dispatcher-modules), <directory>/../../share/murmela when only
+// that one exists. Nothing when neither can be determined.
 std::optional<std::filesystem::path> resourceDirectory();
 
 // The directory of the running executable, when the system can tell.

@@ -19,23 +19,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The resources as the program finds them (MURMELA_RESOURCES, or beside the executable as in
-// the build tree), else where an installation put them, found from the module's own place
-// (the server's module directory), so a package under any prefix finds its voice.
-fs::path voiceDirectory() {
-    std::error_code ignored;
-    if (std::optional<fs::path> resources = murmela::resourceDirectory()) {
-        if (std::getenv("MURMELA_RESOURCES") != nullptr ||
-            fs::is_directory(*resources / "Voice", ignored)) {
-            return *resources / "Voice";
-        }
-    }
-    const fs::path module = murmela::executableDirectory().value_or(fs::path());
-    return (module / MURMELA_RESOURCES_FROM_MODULE / "Voice").lexically_normal();
-}
-
 std::unique_ptr<murmela::Voice> openVoice() {
-    const fs::path directory = voiceDirectory();
+    const fs::path directory = murmela::resourceDirectory().value_or(fs::path()) / "Voice";
     std::error_code ignored;
     if (!fs::is_directory(directory, ignored)) {
         throw murmela::VoiceError::missing(directory.string());
