@@ -7,7 +7,6 @@
 #include "audio/wav.h"
 #include "common/voice_error.h"
 #include "common/voice_format.h"
-#include "engine/voice_files.h"
 #include "files/files.h"
 
 namespace murmela {
@@ -27,30 +26,6 @@ void injectFailure(const std::optional<std::string>& failLoad) {
     }
 }
 
-}  // namespace
-
-std::optional<std::filesystem::path> bundledVoiceDirectory() {
-    if (std::optional<VoiceFiles> files = VoiceFiles::locate()) {
-        return files->directory();
-    }
-    return std::nullopt;
-}
-
-std::shared_ptr<Voice> loadVoice(const std::optional<std::filesystem::path>& directory,
-                                 const std::optional<std::string>& failLoad) {
-    injectFailure(failLoad);
-    std::error_code ignored;
-    if (!directory || !std::filesystem::is_directory(*directory, ignored)) {
-        throw VoiceError::missing("Voice/");
-    }
-    auto voice = std::make_shared<Voice>(*directory);
-    // The warm-up: the runtime plans its first run now rather than on the user's first word.
-    voice->speak("Hi.", 1.0, [](SpokenChunk&&) { return false; });
-    return voice;
-}
-
-namespace {
-
 constexpr std::chrono::milliseconds handOverPause(5);
 
 int64_t millisecondsSince(std::chrono::steady_clock::time_point start) {
@@ -59,20 +34,22 @@ int64_t millisecondsSince(std::chrono::steady_clock::time_point start) {
         .count();
 }
 
-}  // namespace
-
+// Synthesises `text` with the voice that `voice` gives, handing over each chunk as soon as it is
+// made; nothing once `cancel` is raised. An error, in opening the voice as in speaking, ends the
+// utterance.
 std::optional<UtteranceEnd> synthesiseUtterance(
-    Voice& voice, std::string_view text, double speed, const CancelFlag& cancel,
-    const std::function<void(PlayableChunk)>& chunkReady) {
+    const std::function<Voice&()>& voice, std::string_view text, double speed,
+    const CancelFlag& cancel, const std::function<void(PlayableChunk)>& chunkReady) {
     UtteranceEnd end;
     bool cancelled = false;
     auto chunkStart = std::chrono::steady_clock::now();
     try {
-        voice.speak(text, speed, [&](SpokenChunk&& chunk) {
+        voice().speak(text, speed, [&](SpokenChunk&& chunk) {
             if (cancel.isCancelled()) {
                 cancelled = true;
                 return false;
             }
+            end.samples += static_cast<int64_t>(chunk.result.samples.size());
             chunkReady({chunk.index == 0, millisecondsSince(chunkStart), chunk.ids.size(),
                         std::move(chunk.result.samples)});
             if (chunk.index == 0) {
@@ -92,6 +69,33 @@ std::optional<UtteranceEnd> synthesiseUtterance(
         return std::nullopt;
     }
     return end;
+}
+
+}  // namespace
+
+std::shared_ptr<Voice> loadVoice(const std::optional<std::filesystem::path>& directory,
+                                 const std::optional<std::string>& failLoad) {
+    injectFailure(failLoad);
+    return openWarmVoice(directory);
+}
+
+void speakInBackground(RenderQueue& queue, MainThreadInbox& inbox, std::function<Voice&()> voice,
+                       std::string text, double speed, std::shared_ptr<const CancelFlag> cancel,
+                       std::function<void(PlayableChunk)> chunkReady,
+                       std::function<void(const UtteranceEnd&)> synthesised) {
+    queue.post([&inbox, voice = std::move(voice), text = std::move(text), speed,
+                cancel = std::move(cancel), chunkReady = std::move(chunkReady),
+                synthesised = std::move(synthesised)] {
+        const std::optional<UtteranceEnd> end =
+            synthesiseUtterance(voice, text, speed, *cancel, [&](PlayableChunk chunk) {
+                inbox.post([chunkReady, chunk = std::move(chunk)]() mutable {
+                    chunkReady(std::move(chunk));
+                });
+            });
+        if (end) {
+            inbox.post([synthesised, end = *end] { synthesised(end); });
+        }
+    });
 }
 
 std::optional<SaveOutcome> renderToWav(Voice& voice, std::string_view text, double speed,

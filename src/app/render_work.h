@@ -1,7 +1,7 @@
 #pragma once
-// What the render thread does: loading the voice (with its warm-up) and speaking and saving,
-// text to chunks to samples, with results handed back as values; the cancel flag that stops an
-// utterance; and how an error is described to the log.
+// What the render thread does: loading the voice and speaking and saving, text to chunks to
+// samples, with results handed back as values; the cancel flag that stops an utterance; and
+// how an error is described to the log.
 
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/render_queue.h"
 #include "engine/voice.h"
 
 namespace murmela {
@@ -48,24 +49,14 @@ inline std::string errorDescription(const std::exception_ptr& error) {
     }
 }
 
-// Opening the application's voice for interactive use (render thread).
-
-// The voice directory of the application's resources, "Voice/"; nothing when the resources
-// cannot be found. Whether it exists is found out by loading.
-std::optional<std::filesystem::path> bundledVoiceDirectory();
-
-// Opens the voice in `directory` and warms it up by synthesising "Hi." at speed 1.0, so the
-// first utterance does not pay for the runtime's first run.
+// Opens the voice in `directory` (the bundled one when none is given) with its warm-up
+// (openWarmVoice), on the render thread.
 //
 // `failLoad` is MURMELA_FAIL_LOAD's value, if set: "always" makes every load fail and "once"
 // only the first of this process (the only process-wide state here), each with
-// VoiceError::failed("load failure injected (MURMELA_FAIL_LOAD=<value>)"). A missing directory
-// gives VoiceError::missing("Voice/"). Anything the voice throws is passed on unchanged.
+// VoiceError::failed("load failure injected (MURMELA_FAIL_LOAD=<value>)").
 std::shared_ptr<Voice> loadVoice(const std::optional<std::filesystem::path>& directory,
                                  const std::optional<std::string>& failLoad);
-
-// What the render thread does for speaking and saving: text to chunks to samples, with the
-// results handed back as values. Nothing here touches the model.
 
 // One synthesised chunk of an utterance.
 struct PlayableChunk {
@@ -78,15 +69,19 @@ struct PlayableChunk {
 // How an utterance's synthesis ended.
 struct UtteranceEnd {
     size_t chunks = 0;                 // chunks the text gave, up to the one that failed
+    int64_t samples = 0;               // in the chunks handed over
     std::optional<std::string> error;  // the description of the error that ended it
 };
 
-// Synthesises `text` chunk by chunk as its sentences are phonemised, handing each chunk over
-// as soon as it is made. `cancel` is checked before each chunk; once raised, nothing more is
-// handed over and nothing is returned. A synthesis error ends the utterance.
-std::optional<UtteranceEnd> synthesiseUtterance(
-    Voice& voice, std::string_view text, double speed, const CancelFlag& cancel,
-    const std::function<void(PlayableChunk)>& chunkReady);
+// Speaks `text` at `speed` on `queue`: the text is synthesised chunk by chunk as its sentences
+// are phonemised, and each chunk, as soon as it is made, then how the synthesis ended, go to
+// the inbox's thread. `voice` is called on the render thread; what it throws ends the
+// utterance as a synthesis error does. `cancel` is checked before each chunk; once it is
+// raised nothing more is handed over, not even the end.
+void speakInBackground(RenderQueue& queue, MainThreadInbox& inbox, std::function<Voice&()> voice,
+                       std::string text, double speed, std::shared_ptr<const CancelFlag> cancel,
+                       std::function<void(PlayableChunk)> chunkReady,
+                       std::function<void(const UtteranceEnd&)> synthesised);
 
 // How a save ended.
 struct SaveOutcome {

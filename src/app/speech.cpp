@@ -104,8 +104,7 @@ void Speech::load() {
                        failLoad = environment("MURMELA_FAIL_LOAD")] {
         const auto start = std::chrono::steady_clock::now();
         try {
-            std::shared_ptr<Voice> voice =
-                loadVoice(directory ? directory : bundledVoiceDirectory(), failLoad);
+            std::shared_ptr<Voice> voice = loadVoice(directory, failLoad);
             self->inbox_.post([self, voice = std::move(voice), start] {
                 const auto elapsed = std::chrono::steady_clock::now() - start;
                 self->voiceLoaded(
@@ -155,17 +154,11 @@ void Speech::speak() {
         return;
     }
     setPhase(Phase::speaking);
-    renderQueue_.post([self = this, voice = std::move(voice), text = std::move(text), speed, flag] {
-        const std::optional<UtteranceEnd> end =
-            synthesiseUtterance(*voice, text, speed, *flag, [&](PlayableChunk chunk) {
-                self->inbox_.post([self, flag, chunk = std::move(chunk)]() mutable {
-                    self->chunkReady(flag, std::move(chunk));
-                });
-            });
-        if (end) {
-            self->inbox_.post([self, flag, end = *end] { self->utteranceSynthesised(flag, end); });
-        }
-    });
+    speakInBackground(
+        renderQueue_, inbox_, [voice = std::move(voice)]() -> Voice& { return *voice; },
+        std::move(text), speed, flag,
+        [this, flag](PlayableChunk chunk) { chunkReady(flag, std::move(chunk)); },
+        [this, flag](const UtteranceEnd& end) { utteranceSynthesised(flag, end); });
 }
 
 void Speech::chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk) {

@@ -43,28 +43,10 @@ void Narrator::speak(std::string text, double speed) {
         }
     });
     current_ = flag;
-    renderQueue_.post([self = this, text = std::move(text), speed, flag] {
-        UtteranceEnd end;
-        int64_t samples = 0;
-        try {
-            Voice& voice = self->voice();
-            std::optional<UtteranceEnd> finished =
-                synthesiseUtterance(voice, text, speed, *flag, [&](PlayableChunk chunk) {
-                    samples += static_cast<int64_t>(chunk.samples.size());
-                    self->inbox_.post([self, flag, chunk = std::move(chunk)]() mutable {
-                        self->chunkReady(flag, std::move(chunk));
-                    });
-                });
-            if (!finished) {
-                return;  // stopped
-            }
-            end = *finished;
-        } catch (...) {
-            end.error = errorDescription(std::current_exception());
-        }
-        self->inbox_.post(
-            [self, flag, end, samples] { self->utteranceSynthesised(flag, end, samples); });
-    });
+    speakInBackground(
+        renderQueue_, inbox_, [this]() -> Voice& { return voice(); }, std::move(text), speed, flag,
+        [this, flag](PlayableChunk chunk) { chunkReady(flag, std::move(chunk)); },
+        [this, flag](const UtteranceEnd& end) { utteranceSynthesised(flag, end); });
 }
 
 void Narrator::chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk) {
@@ -74,7 +56,7 @@ void Narrator::chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk
 }
 
 void Narrator::utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag,
-                                    const UtteranceEnd& end, int64_t samples) {
+                                    const UtteranceEnd& end) {
     if (flag != current_) {
         return;
     }
@@ -83,13 +65,13 @@ void Narrator::utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag,
         emit voiceFailed(QString::fromStdString(*end.error));
         return;
     }
-    if (samples == 0) {
+    if (end.samples == 0) {
         player_.stop();
         current_ = nullptr;
     } else {
         player_.finish();
     }
-    emit synthesised(samples);
+    emit synthesised(end.samples);
 }
 
 void Narrator::end() {

@@ -78,8 +78,7 @@ private:
     // Runs on the render thread: the voice, opened on first use.
     Voice& voice();
     void chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk);
-    void utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end,
-                              int64_t samples);
+    void utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end);
     // Ends the speech under way.
     void end();
 

@@ -51,7 +51,7 @@ std::string readStandardInput() {
 
 std::shared_ptr<Voice> openVoice() {
     try {
-        return loadVoice(bundledVoiceDirectory(), std::nullopt);
+        return openWarmVoice(std::nullopt);
     } catch (...) {
         throw SayFailure{sayVoiceMissing, errorDescription(std::current_exception())};
     }

@@ -5,6 +5,7 @@
 
 #include "audio/wav.h"
 #include "audio/wav_stream.h"
+#include "common/voice_format.h"
 #include "files/files.h"
 
 namespace murmela {
@@ -23,7 +24,7 @@ int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& f
     if (abandoned || file.samples == 0) {
         return 0;
     }
-    finishWavFile(file, speechSampleRate);
+    finishWavFile(file, sampleRate);
     return file.samples;
 }
 

@@ -11,9 +11,6 @@
 
 namespace murmela {
 
-// The rate of every sample the voice makes.
-constexpr int64_t speechSampleRate = 24000;
-
 // Speaks `text` at `speed` into `file`, a 16-bit PCM WAV file just opened (openWavFile, so a
 // destination that cannot be written has failed before anything is synthesised), and puts it
 // in place. Gives the number of samples written; when the text gives nothing to speak, or

@@ -92,8 +92,7 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // a client that has gone is a write error, seen below
 
     QCoreApplication application(argc, argv);
-    auto narrator =
-        std::make_unique<Narrator>([] { return loadVoice(bundledVoiceDirectory(), std::nullopt); });
+    auto narrator = std::make_unique<Narrator>([] { return openWarmVoice(std::nullopt); });
     companion::SpeechTools tools(*narrator);
     companion::McpServer server(tools, [protocolOut](const nlohmann::json& message) {
         std::string line =

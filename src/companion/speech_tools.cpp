@@ -8,6 +8,7 @@
 
 #include "app/settings.h"
 #include "cli/speech_output.h"
+#include "common/voice_format.h"
 
 namespace murmela::companion {
 namespace {
@@ -95,7 +96,7 @@ std::filesystem::path writablePath(const json& arguments) {
 
 std::string seconds(int64_t samples) {
     char text[32];
-    std::snprintf(text, sizeof text, "%.1f", static_cast<double>(samples) / speechSampleRate);
+    std::snprintf(text, sizeof text, "%.1f", static_cast<double>(samples) / sampleRate);
     return text;
 }
 
@@ -112,8 +113,7 @@ SpeechTools::SpeechTools(Narrator& narrator) : narrator_(narrator) {
             return;
         }
         json result = toolResult("Speaking " + seconds(samples) + " seconds of audio.");
-        result["structuredContent"] = {
-            {"seconds", static_cast<double>(samples) / speechSampleRate}};
+        result["structuredContent"] = {{"seconds", static_cast<double>(samples) / sampleRate}};
         answerSpeak(std::move(result));
     });
     QObject::connect(&narrator_, &Narrator::voiceFailed, [this](const QString& description) {
@@ -209,7 +209,7 @@ void SpeechTools::save(const json& arguments, std::function<void(json)> reply) {
                                          " seconds of audio to " + path.string() + ".");
                 answer["structuredContent"] = {
                     {"path", path.string()},
-                    {"seconds", static_cast<double>(result.samples) / speechSampleRate}};
+                    {"seconds", static_cast<double>(result.samples) / sampleRate}};
                 reply(std::move(answer));
             }
         });

@@ -1,6 +1,7 @@
 #include "engine/voice.h"
 
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "common/voice_error.h"
@@ -47,6 +48,22 @@ size_t Voice::speak(std::string_view text, double speed,
         return spoken(SpokenChunk{handedOver++, std::move(ids), std::move(result)});
     });
     return handedOver;
+}
+
+std::unique_ptr<Voice> openWarmVoice(const std::optional<std::filesystem::path>& directory) {
+    std::optional<std::filesystem::path> chosen = directory;
+    if (!chosen) {
+        if (std::optional<VoiceFiles> bundled = VoiceFiles::locate()) {
+            chosen = bundled->directory();
+        }
+    }
+    std::error_code ignored;
+    if (!chosen || !std::filesystem::is_directory(*chosen, ignored)) {
+        throw VoiceError::missing("Voice/");
+    }
+    auto voice = std::make_unique<Voice>(*chosen);
+    voice->speak("Hi.", 1.0, [](SpokenChunk&&) { return false; });
+    return voice;
 }
 
 }  // namespace murmela

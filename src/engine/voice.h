@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -56,5 +57,12 @@ private:
     Phonemizer phonemizer_;
     std::unique_ptr<VoiceModel> model_;
 };
+
+// Opens the voice in `directory`, or the one among the application's resources ("Voice/") when
+// none is given, and warms it up: "Hi." is synthesised at speed 1.0 and thrown away, so the
+// runtime plans its first run now rather than on the listener's first word. A directory that
+// does not exist gives VoiceError::missing("Voice/"); anything else is the constructor's error or
+// the warm-up's, unchanged.
+std::unique_ptr<Voice> openWarmVoice(const std::optional<std::filesystem::path>& directory);
 
 }  // namespace murmela
