@@ -45,13 +45,6 @@ protected:
 
     void describe(const json& description) { writeText(voice / "voice.json", description.dump()); }
 
-    std::string interfaceError(const std::function<void(json&)>& change) {
-        json description = validDescription();
-        change(description);
-        describe(description);
-        return voiceErrorText([&] { VoiceFiles(voice.path()).readInterface(); });
-    }
-
     TemporaryDirectory voice;
 };
 
@@ -76,65 +69,61 @@ TEST_F(VoiceFilesTest, ReadsTheInterfaceWithBucketsInFileOrder) {
     EXPECT_EQ(read.programs.at("vocoder"), "vocoder");
 }
 
-TEST_F(VoiceFilesTest, VoiceJsonThatIsAbsentOrUnreadableIsMissing) {
+TEST_F(VoiceFilesTest, AnAbsentUnreadableOrMalformedVoiceJsonHasItsOwnError) {
+    auto read = [&] { VoiceFiles(voice.path()).readInterface(); };
     std::filesystem::remove(voice / "voice.json");
-    EXPECT_EQ(voiceErrorText([&] { VoiceFiles(voice.path()).readInterface(); }),
-              "voice: voice.json missing");
+    EXPECT_EQ(voiceErrorText(read), "voice: voice.json missing");
     std::filesystem::create_directory(voice / "voice.json");  // exists, but can't be read
-    EXPECT_EQ(voiceErrorText([&] { VoiceFiles(voice.path()).readInterface(); }),
-              "voice: voice.json missing");
+    EXPECT_EQ(voiceErrorText(read), "voice: voice.json missing");
+    std::filesystem::remove(voice / "voice.json");
+    for (const char* text : {R"({"interface": {"sampleRate": 24000,)", "\xff\xfe{}"}) {
+        writeText(voice / "voice.json", text);
+        EXPECT_THROW(read(), json::parse_error) << text;
+    }
 }
 
-TEST_F(VoiceFilesTest, MalformedJsonGivesTheParsersOwnError) {
-    writeText(voice / "voice.json", R"({"interface": {"sampleRate": 24000,)");
-    EXPECT_THROW(VoiceFiles(voice.path()).readInterface(), json::parse_error);
-    writeText(voice / "voice.json", "\xff\xfe{}");
-    EXPECT_THROW(VoiceFiles(voice.path()).readInterface(), json::parse_error);
-}
-
-TEST_F(VoiceFilesTest, WrongTopLevelOrProgramsAreDamagedVoiceJson) {
-    const std::string damaged = "voice: voice.json unreadable";
-    describe(json::array({validDescription()}));
-    EXPECT_EQ(voiceErrorText([&] { VoiceFiles(voice.path()).readInterface(); }), damaged);
-
-    auto withChange = [&](const std::function<void(json&)>& change) {
-        json description = validDescription();
-        change(description);
-        describe(description);
-        return voiceErrorText([&] { VoiceFiles(voice.path()).readInterface(); });
+TEST_F(VoiceFilesTest, EveryValueIsChecked) {
+    const std::string file = "voice: voice.json unreadable";
+    const std::string interface = "voice: voice.json interface unreadable";
+    const std::pair<std::function<void(json&)>, std::string> cases[] = {
+        {[](json& d) { d = json::array({d}); }, file},
+        {[](json& d) { d.erase("interface"); }, file},
+        {[](json& d) { d["interface"] = json::array(); }, file},
+        {[](json& d) { d.erase("programs"); }, file},
+        {[](json& d) { d["programs"] = "encoder"; }, file},
+        {[](json& d) {
+             d["programs"] = {{"encoder", 5}};
+         },
+         file},
+        // The programs are checked before the interface's values.
+        {[](json& d) {
+             d["programs"]["decoder"] = nullptr;
+             d["interface"]["hop"] = 256;
+         },
+         file},
+        {[](json& d) { d["interface"]["sampleRate"] = 22050; }, interface},
+        {[](json& d) { d["interface"]["sampleRate"] = "24000"; }, interface},
+        {[](json& d) { d["interface"]["hop"] = 256; }, interface},
+        {[](json& d) { d["interface"].erase("nFft"); }, interface},
+        {[](json& d) { d["interface"]["enc"] = 512; }, interface},
+        {[](json& d) { d["interface"]["enc"] = true; }, interface},
+        {[](json& d) { d["interface"]["encoderBuckets"] = json::array(); }, interface},
+        {[](json& d) { d["interface"]["decoderBuckets"] = 1024; }, interface},
+        {[](json& d) {
+             d["interface"]["decoderBuckets"] = {256, "x"};
+         },
+         interface},
+        {[](json& d) { d["interface"].erase("decoderBuckets"); }, interface},
+        {[](json& d) { d["interface"]["encoderBuckets"] = {64}; }, "(no VoiceError)"},
     };
-    EXPECT_EQ(withChange([](json& d) { d.erase("interface"); }), damaged);
-    EXPECT_EQ(withChange([](json& d) { d["interface"] = json::array(); }), damaged);
-    EXPECT_EQ(withChange([](json& d) { d.erase("programs"); }), damaged);
-    EXPECT_EQ(withChange([](json& d) { d["programs"] = "encoder"; }), damaged);
-    EXPECT_EQ(withChange([](json& d) { d["programs"] = {{"encoder", 5}}; }), damaged);
-    // The programs are checked before the interface's values.
-    EXPECT_EQ(withChange([](json& d) {
-                  d["programs"]["decoder"] = nullptr;
-                  d["interface"]["hop"] = 256;
-              }),
-              damaged);
-}
-
-TEST_F(VoiceFilesTest, EveryInterfaceValueIsChecked) {
-    const std::string damaged = "voice: voice.json interface unreadable";
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"]["sampleRate"] = 22050; }), damaged);
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"]["sampleRate"] = "24000"; }), damaged);
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"]["hop"] = 256; }), damaged);
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"].erase("nFft"); }), damaged);
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"]["enc"] = 512; }), damaged);
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"]["enc"] = true; }), damaged);
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"]["encoderBuckets"] = json::array(); }),
-              damaged);
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"]["decoderBuckets"] = 1024; }), damaged);
-    EXPECT_EQ(interfaceError([](json& d) {
-                  d["interface"]["decoderBuckets"] = {256, "x"};
-              }),
-              damaged);
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"].erase("decoderBuckets"); }), damaged);
-    // A single bucket is enough.
-    EXPECT_EQ(interfaceError([](json& d) { d["interface"]["encoderBuckets"] = {64}; }),
-              "(no VoiceError)");
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        json description = validDescription();
+        cases[i].first(description);
+        describe(description);
+        EXPECT_EQ(voiceErrorText([&] { VoiceFiles(voice.path()).readInterface(); }),
+                  cases[i].second)
+            << "case " << i;
+    }
 }
 
 TEST_F(VoiceFilesTest, LoadsEachModelAndNamesWhatIsMissing) {

@@ -6,9 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <nlohmann/json.hpp>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -51,14 +49,29 @@ std::vector<int64_t> lettersWith(size_t count, int64_t separator, std::vector<si
     return ids;
 }
 
+// What synthesising the parts of `ids` cut at `ends` one by one and joining them gives.
+SynthesisResult joinedParts(Voice& voice, std::span<const int64_t> ids, std::vector<size_t> ends) {
+    SynthesisResult joined;
+    size_t begin = 0;
+    for (size_t end : ends) {
+        SynthesisResult part = voice.model().synthesizeChunk(ids.subspan(begin, end - begin), 1.0);
+        joined.frameCounts.insert(joined.frameCounts.end(), part.frameCounts.begin(),
+                                  part.frameCounts.end());
+        joined.samples.insert(joined.samples.end(), part.samples.begin(), part.samples.end());
+        begin = end;
+    }
+    return joined;
+}
+
+void expectSame(const SynthesisResult& actual, const SynthesisResult& expected) {
+    EXPECT_EQ(actual.frameCounts, expected.frameCounts);
+    EXPECT_EQ(actual.samples, expected.samples);
+}
+
 TEST_F(VoiceTest, AChunkThatFitsIsSynthesisedWholeWithoutALogLine) {
     Voice voice(directory.path());
-    std::vector<int64_t> ids = lettersWith(40, comma, {10, 30});
-    SynthesisResult whole = voice.synthesize(ids, 1.0);
-    SynthesisResult direct = voice.model().synthesizeChunk(ids, 1.0);
-    EXPECT_EQ(whole.frameCounts, direct.frameCounts);
-    EXPECT_EQ(whole.samples, direct.samples);
-    EXPECT_EQ(whole.frameCounts.size(), 42u);
+    const std::vector<int64_t> ids = lettersWith(40, comma, {10, 30});
+    expectSame(voice.synthesize(ids, 1.0), joinedParts(voice, ids, {40}));
     EXPECT_TRUE(logged.empty());
 }
 
@@ -66,68 +79,38 @@ TEST_F(VoiceTest, TooManyFramesSplitsAfterTheCommaNearestTheMiddleAndJoinsThePar
     // 92 frames in all; the last bucket (not the largest) is the one the log line names.
     setBuckets({512}, {64, 32});
     Voice voice(directory.path());
-    std::vector<int64_t> ids = lettersWith(40, comma, {10, 30});
-    SynthesisResult split = voice.synthesize(ids, 1.0);
-
     // Commas at 10 and 30 are equally near the middle: the earlier wins, and the right part
     // (66 frames) is split again after its own comma.
-    std::span<const int64_t> all(ids);
-    std::vector<SynthesisResult> parts = {voice.model().synthesizeChunk(all.subspan(0, 11), 1.0),
-                                          voice.model().synthesizeChunk(all.subspan(11, 20), 1.0),
-                                          voice.model().synthesizeChunk(all.subspan(31), 1.0)};
-    std::vector<int64_t> counts;
-    std::vector<float> samples;
-    for (const SynthesisResult& part : parts) {
-        counts.insert(counts.end(), part.frameCounts.begin(), part.frameCounts.end());
-        samples.insert(samples.end(), part.samples.begin(), part.samples.end());
-    }
-    EXPECT_EQ(split.frameCounts, counts);
-    EXPECT_EQ(split.frameCounts.size(), ids.size() + 3 * 2);
-    EXPECT_EQ(split.samples, samples);
+    const std::vector<int64_t> ids = lettersWith(40, comma, {10, 30});
+    expectSame(voice.synthesize(ids, 1.0), joinedParts(voice, ids, {11, 31, 40}));
     EXPECT_EQ(logged,
               (std::vector<std::string>{"voice: 92 frames is past 32; splitting the chunk",
                                         "voice: 66 frames is past 32; splitting the chunk"}));
-}
-
-TEST_F(VoiceTest, WithoutCommasTheSpaceNearestTheMiddleSplits) {
+    // Without commas, the space nearest the middle.
     setBuckets({512}, {64});
-    Voice voice(directory.path());
-    std::vector<int64_t> ids = lettersWith(40, space, {3, 25});
-    SynthesisResult split = voice.synthesize(ids, 1.0);
-    // Parts of 26 and 14 ids: a + b + 4 frame counts.
-    ASSERT_EQ(split.frameCounts.size(), 26u + 14u + 4u);
-    SynthesisResult left = voice.model().synthesizeChunk(std::span(ids).first(26), 1.0);
-    EXPECT_TRUE(
-        std::equal(left.frameCounts.begin(), left.frameCounts.end(), split.frameCounts.begin()));
-    const int64_t frames =
-        std::accumulate(split.frameCounts.begin(), split.frameCounts.end(), int64_t{0});
-    EXPECT_EQ(split.samples.size(), static_cast<size_t>(frames * 300));
+    Voice spaces(directory.path());
+    const std::vector<int64_t> spaced = lettersWith(40, space, {3, 25});
+    expectSame(spaces.synthesize(spaced, 1.0), joinedParts(spaces, spaced, {26, 40}));
 }
 
-TEST_F(VoiceTest, OneIdTooLongForTheDecoderIsAnError) {
-    setBuckets({512}, {8});
+TEST_F(VoiceTest, OneIdTooLongForTheDecoderIsAnErrorAndOtherErrorsAreNotSplit) {
+    setBuckets({8}, {8});
     Voice voice(directory.path());
-    try {
-        voice.synthesize(std::vector<int64_t>{comma}, 1.0);  // 2 + 6 + 2 frames
-        FAIL() << "expected an error";
-    } catch (const VoiceError& error) {
-        EXPECT_STREQ(error.what(), "voice: 10 frames for one id");
-    }
-    // Two such ids are split once, and then the first part fails the same way.
-    EXPECT_THROW(voice.synthesize(std::vector<int64_t>{comma, comma}, 1.0), VoiceError);
-    EXPECT_EQ(logged.size(), 1u);
-}
-
-TEST_F(VoiceTest, OtherErrorsArePassedOnWithoutSplitting) {
-    setBuckets({8}, {64});
-    Voice voice(directory.path());
-    try {
-        voice.synthesize(lettersWith(20, comma, {5}), 1.0);
-        FAIL() << "expected an error";
-    } catch (const VoiceError& error) {
-        EXPECT_STREQ(error.what(), "voice: 22 ids is past the encoder");
-    }
+    auto errorText = [&](std::vector<int64_t> ids) {
+        try {
+            voice.synthesize(ids, 1.0);
+        } catch (const VoiceError& error) {
+            return std::string(error.what());
+        }
+        return std::string("(no VoiceError)");
+    };
+    EXPECT_EQ(errorText({comma}), "voice: 10 frames for one id");  // 2 + 6 + 2 frames
     EXPECT_TRUE(logged.empty());
+    // Two such ids are split once, and then the first part fails the same way.
+    EXPECT_EQ(errorText({comma, comma}), "voice: 10 frames for one id");
+    EXPECT_EQ(logged.size(), 1u);
+    EXPECT_EQ(errorText(lettersWith(20, comma, {5})), "voice: 22 ids is past the encoder");
+    EXPECT_EQ(logged.size(), 1u);
 }
 
 TEST_F(VoiceTest, OpeningChecksEspeakThenTheVocabularyThenTheModels) {
