@@ -70,8 +70,6 @@ TEST(ISTFT, MatchesInverseDftOverlapAddAndNormaliser) {
 TEST(ISTFT, SilenceGivesZerosAndNeverNaN) {
     ISTFT istft(n, hop);
     EXPECT_TRUE(istft.run({}, {}, 0).empty());
-    const std::vector<float> zeros(5 * bins, 0.0f);
-    EXPECT_EQ(istft.run(zeros, zeros, 5), std::vector<float>(5 * hop, 0.0f));
     // With hop = n nothing is trimmed, and the first sample has a window sum of exactly zero:
     // the floor turns 0 / 0 into 0.
     ISTFT unpadded(16, 16);

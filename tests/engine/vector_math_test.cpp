@@ -8,7 +8,6 @@
 
 #include <bit>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <numbers>
 #include <vector>
@@ -18,15 +17,14 @@ namespace {
 
 struct Implementation {
     const char* name;
-    std::function<void(const float*, uint16_t*, size_t)> toHalf;
-    std::function<void(const uint16_t*, float*, size_t)> toFloat;
+    void (*toHalf)(const float*, uint16_t*, size_t);
+    void (*toFloat)(const uint16_t*, float*, size_t);
 };
 
 std::vector<Implementation> implementations() {
     std::vector<Implementation> all = {
         {"dispatched", floatToHalf, halfToFloat},
-        {"portable", half_float::floatToHalfPortable, half_float::halfToFloatPortable},
-    };
+        {"portable", half_float::floatToHalfPortable, half_float::halfToFloatPortable}};
     if (half_float::hasF16c()) {
         all.push_back({"f16c", half_float::floatToHalfF16c, half_float::halfToFloatF16c});
     }

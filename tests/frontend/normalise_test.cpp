@@ -22,13 +22,9 @@ TEST(Unicode, IllFormedBytesBecomeOneReplacementEachAndDecodingGoesOn) {
     EXPECT_EQ(decodeUtf8(text), U"a é ʧ 中 😀 \u200d");
     EXPECT_EQ(encodeUtf8(decodeUtf8(text)), text);
     const char32_t replacement = U'\uFFFD';
-    EXPECT_EQ(decodeUtf8("a\xff"
-                         "b"),
-              U"a\uFFFDb");
+    EXPECT_EQ(decodeUtf8("a\xffz"), U"a\uFFFDz");
     // A truncated sequence is one replacement, and the byte that broke it is read again.
-    EXPECT_EQ(decodeUtf8("\xe4\xb8"
-                         "x"),
-              U"\uFFFDx");
+    EXPECT_EQ(decodeUtf8("\xe4\xb8x"), U"\uFFFDx");
     EXPECT_EQ(decodeUtf8("\xf0\x9f\x98"), U"\uFFFD");
     // Overlong forms, surrogates and values past U+10FFFF are not scalars.
     EXPECT_EQ(decodeUtf8("\xc0\xaf"), std::u32string(2, replacement));
@@ -115,14 +111,6 @@ std::vector<std::u32string> readSentences(const std::string& text) {
 // cleaning the whole text first finds, also where its stretches of bytes end inside a word, a
 // multi-byte character or an ill-formed sequence.
 TEST(SentenceReader, ReadsTheSentencesOfTheWholeCleanedText) {
-    for (const std::string text :
-         {"", "Hi.", "# Title\n\n> **Bold** and _it_ | `code`\tend. Then more.",
-          "word*#_word. Dr. Smith, e.g. the one, met Mr. Jones... Really?! Yes: no; maybe.",
-          "- -- --- Here we go now. ?! ... It costs 42.",
-          "ok \xff\xfe done. \xe4\xb8 half \xf0\x9f\x98\x80 smile. \xc0\xaf end"}) {
-        EXPECT_EQ(readSentences(text), sentences(normalise(text))) << text;
-    }
-
     const std::string longWord(700, 'a'), longBytes(300, '\xd7');
     const std::string fragments[] = {
         "the",    "Dr.",      "e.g.",     "No.",    "1984",   " ",      " ",          "  ",

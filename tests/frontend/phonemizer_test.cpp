@@ -11,13 +11,12 @@
 #include <functional>
 #include <limits>
 #include <nlohmann/json.hpp>
-#include <set>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "common/voice_error.h"
-#include "files/files.h"
 #include "frontend/unicode.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
@@ -26,19 +25,10 @@ namespace murmela {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace std::string_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::TemporaryDirectory;
-
-std::string voiceErrorText(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const VoiceError& error) {
-        return error.what();
-    }
-    return "(no VoiceError)";
-}
+using ::testing::ThrowsMessage;
 
 std::string ipa(const Espeak& espeak, const std::string& text) {
     return encodeUtf8(espeak.phonemes(decodeUtf8(text)));
@@ -53,16 +43,10 @@ public:
         }
         ::setenv("TMPDIR", directory.c_str(), 1);
     }
-    ~ScopedTmpdir() {
-        if (saved_.empty()) {
-            ::unsetenv("TMPDIR");
-        } else {
-            ::setenv("TMPDIR", saved_.c_str(), 1);
-        }
-    }
+    ~ScopedTmpdir() { saved_ ? ::setenv("TMPDIR", saved_->c_str(), 1) : ::unsetenv("TMPDIR"); }
 
 private:
-    std::string saved_;
+    std::optional<std::string> saved_;
 };
 
 // A voice directory (just espeak-ng's data) whose absolute path plus the suffix espeak-ng adds
@@ -112,13 +96,14 @@ TEST(Espeak, LinkFailuresAreReported) {
     // A temporary directory so deep that even the link is too long for espeak-ng.
     fs::create_directories(voices / std::string(130, 't'));
     ScopedTmpdir tmpdir(voices / std::string(130, 't'));
-    EXPECT_EQ(voiceErrorText([&] { Espeak::linkedPath(voice); }),
-              "voice: espeak-ng path unreadable");
+    EXPECT_THAT([&] { Espeak::linkedPath(voice); },
+                ThrowsMessage<VoiceError>("voice: espeak-ng path unreadable"));
 }
 
 TEST(Espeak, ADirectoryStartsTheLibraryOnceAndAFailureCanBeRetried) {
     TemporaryDirectory voice;
-    EXPECT_EQ(voiceErrorText([&] { Espeak{voice.path()}; }), "voice: espeak-ng data unreadable");
+    EXPECT_THAT([&] { Espeak{voice.path()}; },
+                ThrowsMessage<VoiceError>("voice: espeak-ng data unreadable"));
     // The failed attempt recorded nothing: once the data is there, the same path works.
     fs::copy(testing::testVoiceDirectory() / "espeak-ng-data", voice / "espeak-ng-data",
              fs::copy_options::recursive);
@@ -185,12 +170,10 @@ TEST(CleanPhonemes, TheFixUpsRunInTheirOrder) {
     const std::pair<std::u32string_view, const char*> cases[] = {
         // Tied phonemes become one symbol before their parts are touched.
         {U"e^\u026a", "A"},
-        {U"e", "A"},
         {U"\u0259^l", "\u1d4al"},
         // Syllabic consonants get a schwa after the glottal stop is replaced: ʔn̩ → tn.
         {U"n\u0329", "\u1d4an"},
         {U"b\u02c8\u028c\u0294n\u0329", "b\u02c8\u028ctn"},
-        {U"\u0294\u02ccn\u0329", "tn"},
         {U"l\u0329 \u0329x", "\u1d4al k"},  // a stray mark after a space goes
         {U"\u0329a", "a"},
         // The second table in its own order.
@@ -215,18 +198,14 @@ TEST(Symbols, ReplacingSplittingBlankingAndPassingThrough) {
     EXPECT_EQ(replacing(U"xax", U"x", U""), U"a");
 
     // Marks and joiners stay with their base.
-    auto symbols = [](std::u32string_view text) {
-        std::vector<std::string> out;
-        for (std::u32string_view symbol : Phonemizer::splitSymbols(text)) {
-            out.push_back(encodeUtf8(symbol));
-        }
-        return out;
-    };
-    EXPECT_THAT(symbols(U"\u02c8an\u0329"), ElementsAre("\u02c8", "a", "n\u0329"));
-    EXPECT_THAT(symbols(U"\u0301\u0301a"), ElementsAre("\u0301\u0301", "a"));
-    EXPECT_THAT(symbols(U"a\u200d\u0301b"), ElementsAre("a\u200d", "\u0301", "b"));
-    EXPECT_THAT(symbols(U"a^\u026a\u20dd"), ElementsAre("a", "^", "\u026a\u20dd"));  // Me
-    EXPECT_THAT(symbols(U""), IsEmpty());
+    EXPECT_THAT(Phonemizer::splitSymbols(U"\u02c8an\u0329"),
+                ElementsAre(U"\u02c8", U"a", U"n\u0329"));
+    EXPECT_THAT(Phonemizer::splitSymbols(U"\u0301\u0301a"), ElementsAre(U"\u0301\u0301", U"a"));
+    EXPECT_THAT(Phonemizer::splitSymbols(U"a\u200d\u0301b"),
+                ElementsAre(U"a\u200d", U"\u0301", U"b"));
+    EXPECT_THAT(Phonemizer::splitSymbols(U"a^\u026a\u20dd"),
+                ElementsAre(U"a", U"^", U"\u026a\u20dd"));  // Me
+    EXPECT_THAT(Phonemizer::splitSymbols(U""), IsEmpty());
 
     // Roman numerals and circled letters become spaces.
     EXPECT_EQ(blankUnspeakable(U"\u2160\u2182\u2183\u2184\u2185\u2188\u24b6\u24e9\u24ea a"),
@@ -251,21 +230,15 @@ Phonemizer phonemizerWithVocabulary(const TemporaryDirectory& directory, const s
     return Phonemizer(directory / "vocab.json", Espeak(testing::testVoiceDirectory()));
 }
 
-TEST(Ids, SymbolsOutsideTheVocabularyVanishWholeMarksAndAll) {
+TEST(Vocabulary, TheInnerTableOrTheTopLevelMapsSymbolsToIntegers) {
     TemporaryDirectory directory;
-    const Phonemizer phonemizer =
-        phonemizerWithVocabulary(directory, R"({"vocab": {"a": 1, "n\u0329": 2, " ": 3}})");
-    EXPECT_THAT(phonemizer.ids(U"a n\u0329 q"), ElementsAre(1, 3, 2, 3));
-    // "a" with a mark is a symbol of its own; its base is not tried alone.
-    EXPECT_THAT(phonemizer.ids(U"a\u0301a"), ElementsAre(1));
-    EXPECT_EQ(phonemizer.id(U"n"), std::nullopt);
-}
-
-TEST(Vocabulary, TheInnerTableOrTheTopLevelIsReadAndNumbersAsIntegers) {
-    TemporaryDirectory directory;
-    const Phonemizer inner = phonemizerWithVocabulary(directory, R"({"vocab": {"a": 5}, "b": 6})");
-    EXPECT_EQ(inner.id(U"a"), 5);
+    const Phonemizer inner =
+        phonemizerWithVocabulary(directory, R"({"vocab": {"a": 5, "n\u0329": 2, " ": 3}, "b": 6})");
     EXPECT_EQ(inner.id(U"b"), std::nullopt);
+    // Symbols outside the vocabulary vanish, marks and all; "a" with a mark is a symbol of its
+    // own, and its base is not tried alone.
+    EXPECT_THAT(inner.ids(U"a n\u0329 q a\u0301"), ElementsAre(5, 3, 2, 3, 3));
+    EXPECT_EQ(inner.id(U"n"), std::nullopt);
     // A "vocab" that is no object is just a member, skipped when it is no number.
     const Phonemizer top = phonemizerWithVocabulary(directory, R"({"vocab": "x", "b": 6})");
     EXPECT_EQ(top.id(U"b"), 6);
@@ -298,8 +271,8 @@ TEST(Vocabulary, DamagedFilesGiveTheirOwnErrors) {
     EXPECT_THROW(phonemizerWithVocabulary(directory, R"({"a": 1e400})"), nlohmann::json::exception);
     for (const char* json : {"[1, 2]", "42", "\"vocab\"", "null", "{}", R"({"a": "1", "b": {}})",
                              R"({"vocab": {"a": "1"}, "b": 2})"}) {
-        EXPECT_EQ(voiceErrorText([&] { phonemizerWithVocabulary(directory, json); }),
-                  "voice: vocab unreadable")
+        EXPECT_THAT([&] { phonemizerWithVocabulary(directory, json); },
+                    ThrowsMessage<VoiceError>("voice: vocab unreadable"))
             << json;
     }
 }
@@ -366,61 +339,40 @@ TEST(Chunks, HandedOverOneByOneTheyAreTheListsChunksAndStopWhenAsked) {
         const size_t count = std::min(stopAfter, expected.size());
         EXPECT_EQ(handed, std::vector(expected.begin(), expected.begin() + count));
     }
-    size_t calls = 0;
-    phonemizer.chunks("  ** ... ", [&](std::vector<int64_t>) { return ++calls > 0; });
-    EXPECT_EQ(calls, 0u);
 }
 
-// Odd text of every kind gives chunks of known ids, or none, and never hangs or crashes.
-TEST(Chunks, OddTextNeverFails) {
-    const Phonemizer phonemizer = testPhonemizer();
-    std::set<int64_t> vocabulary;
-    for (const auto& [symbol, id] :
-         parseVocabulary(readFile(testing::testVoiceDirectory() / "vocab.json"))) {
-        vocabulary.insert(id);
+// A megabyte of odd text (long words, runs of full stops in quotes, control codes, ill-formed
+// bytes, other scripts) gives chunks the model can take, and neither hangs nor crashes. The
+// fuzzers check the same on short inputs of every kind.
+TEST(Chunks, AMegabyteOfOddTextGivesChunksOfAtMost400Ids) {
+    std::string text;
+    while (text.size() < (1 << 20)) {
+        text +=
+            "The quick brown fox, in 1984, met Dr. Who\u2026 \U0001f600 \x01\x1b[0m \u05e9 "
+            "\xcc\x81 " +
+            std::string(300, 'a') + " \xff\xc0 \"((" + std::string(200, '.') + "))\" 1234567890 ";
     }
-    std::string megabyte;
-    while (megabyte.size() < (1 << 20)) {
-        megabyte += "The quick brown fox, in 1984, met Dr. Who\u2026 \U0001f600 \x01\x1b[0m ";
-        megabyte += "\u05e9\u05dc\u05d5\u05dd \xcc\x81 \xff\xc0 ... " + std::string(300, 'a') +
-                    " \"((" + std::string(200, '.') + "))\" 1234567890 ";
-    }
-    for (const std::string& text : {"a\0b\x07\x7f\r\n end \xed\xa0\x80 \xf4\x90\x80\x80"s,
-                                    "\u216b \u24b6\u24b7 chapter \u2160 \u200d\u200d"s, megabyte}) {
-        for (const auto& chunk : phonemizer.chunks(text)) {
-            EXPECT_FALSE(chunk.empty());
-            EXPECT_LE(chunk.size(), Phonemizer::maxChunkIds);
-            for (int64_t id : chunk) {
-                ASSERT_TRUE(vocabulary.contains(id)) << id;
-            }
-        }
+    for (const auto& chunk : testPhonemizer().chunks(text)) {
+        ASSERT_TRUE(!chunk.empty() && chunk.size() <= Phonemizer::maxChunkIds) << chunk.size();
     }
 }
 
 // Copies share espeak-ng and the vocabulary; callers on two threads get what one alone gets.
 TEST(Chunks, TwoThreadsGetWhatOneGets) {
     const Phonemizer phonemizer = testPhonemizer();
-    const std::string first = "I have read it twice, in 1984 and since 2005. It lives on.";
-    const std::string second = "Wind the clock, Dr. Smith. The lead pipe broke... Really?!";
-    const auto expectedFirst = phonemizer.chunks(first);
-    const auto expectedSecond = phonemizer.chunks(second);
-    std::vector<std::vector<int64_t>> gotFirst[20], gotSecond[20];
-    std::thread a([&] {
-        for (auto& got : gotFirst) {
-            got = phonemizer.chunks(first);
+    const std::string texts[] = {"I have read it twice, in 1984 and since 2005. It lives on.",
+                                 "Wind the clock, Dr. Smith. The lead pipe broke... Really?!"};
+    const std::vector<std::vector<int64_t>> expected[] = {phonemizer.chunks(texts[0]),
+                                                          phonemizer.chunks(texts[1])};
+    auto work = [&](const Phonemizer& own, size_t text) {
+        for (int round = 0; round < 20; ++round) {
+            EXPECT_EQ(own.chunks(texts[text]), expected[text]);
         }
-    });
-    std::thread b([&, copy = phonemizer] {
-        for (auto& got : gotSecond) {
-            got = copy.chunks(second);
-        }
-    });
+    };
+    std::thread a(work, std::cref(phonemizer), 0);
+    std::thread b(work, phonemizer, 1);  // a copy
     a.join();
     b.join();
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ(gotFirst[i], expectedFirst);
-        EXPECT_EQ(gotSecond[i], expectedSecond);
-    }
 }
 
 }  // namespace

@@ -159,12 +159,10 @@ TEST(Readings, RespellingsComeOutAsTheExpectedPhonemes) {
         {"I read it yesterday.", "\u0279\u02c8\u025bd"},   // ɹˈɛd
         {"Am I right?", "\u02c8a^\u026a"},                 // ˈa^ɪ
         {"She was born in 1984.", "n\u02c8a^\u026anti\u02d0n \u02c8e^\u026a\u027ei"},
-        {"Finish it by 1900.", "h\u02c8\u028cnd\u0279\u026ad"},  // hundred
         // espeak-ng alone would switch to Punjabi for the digit (and read freed memory doing so).
         {"Room \u0a69 is open.", "\u03b8\u0279\u02c8i\u02d0"},  // θɹˈiː
         {"Dr. Smith is here.", "d\u02c8\u0251\u02d0kt"},        // dˈɑːkt
         {"We left at 9 a.m. sharp.", "\u02cce^\u026a\u02c8\u025bm"},
-        {"Fruit, e.g. apples.", "\u025b\u0261z\u02c8\u00e6mp"},
         {"It was in the U.S. then.", "j\u02ccu\u02d0\u02c8\u025bs"},
     };
     for (const auto& each : cases) {
