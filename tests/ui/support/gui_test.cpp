@@ -2,11 +2,18 @@
 
 #include <QApplication>
 #include <QColor>
+#include <cstdlib>
+#include <string_view>
 
 namespace murmela::testing {
 
 std::filesystem::path stagedResourceDirectory() {
     return MURMELA_STAGED_RESOURCE_DIR;
+}
+
+bool hasPrivateSessionBus() {
+    const char* set = std::getenv("MURMELA_TEST_BUS");
+    return set != nullptr && std::string_view(set) == "1";
 }
 
 namespace {
