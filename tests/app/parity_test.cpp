@@ -8,6 +8,7 @@
 
 #include <QSettings>
 #include <cstring>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
@@ -147,32 +148,46 @@ TEST_F(ParityTest, AnEmptyLinesArrayGivesAnEmptyPrettySortedReport) {
     EXPECT_EQ(text, written.dump(2));
 }
 
+// Entries without a string id and text leave no trace; a speed that is not a number is absent.
 TEST_F(ParityTest, EachLineIsReportedWithTheEnginesIdsDurationsAndSamples) {
     ASSERT_EQ(run(R"({"lines": [
         {"id": "plain", "text": "This is one. How are you?"},
+        {"text": "No id."},
+        {"id": 7, "text": "A number for an id."},
+        {"id": "notext"},
+        {"id": "nulltext", "text": null},
+        {"id": "listtext", "text": ["Hi."]},
+        {"id": null, "text": "Null id."},
+        {},
         {"id": "fast", "text": "Hello there.", "speed": 1.5},
         {"id": "whole", "text": "Hello there.", "speed": 2},
-        {"id": "blank", "text": " \n\t "}
+        {"id": "blank", "text": " \n\t "},
+        {"id": "text", "text": "Hello there.", "speed": "1.5", "extra": true},
+        {"id": "bool", "text": "Hello there.", "speed": true},
+        {"id": "null", "text": "Hello there.", "speed": null}
     ]})"),
               0);
-    EXPECT_EQ(logged, std::vector<std::string>{"parity: 4 lines -> " + out.string()});
-    EXPECT_EQ(contentsOf(out), (std::set<std::string>{"parity.json", "plain.f32", "fast.f32",
-                                                      "whole.f32", "blank.f32"}));
-
-    const json lines = report()["lines"];
-    ASSERT_EQ(lines.size(), 4u);
-    // The speed as the file gave it; absent is 1.
+    EXPECT_EQ(logged, std::vector<std::string>{"parity: 7 lines -> " + out.string()});
     const struct {
+        const char* id;
         const char* text;
         double speed;
-        const char* reported;
-    } given[] = {{"This is one. How are you?", 1.0, "1"},
-                 {"Hello there.", 1.5, "1.5"},
-                 {"Hello there.", 2.0, "2"},
-                 {" \n\t ", 1.0, "1"}};
+        const char* reported;  // the speed as the file gave it; absent is 1
+    } given[] = {{"plain", "This is one. How are you?", 1.0, "1"},
+                 {"fast", "Hello there.", 1.5, "1.5"},
+                 {"whole", "Hello there.", 2.0, "2"},
+                 {"blank", " \n\t ", 1.0, "1"},
+                 {"text", "Hello there.", 1.0, "1"},
+                 {"bool", "Hello there.", 1.0, "1"},
+                 {"null", "Hello there.", 1.0, "1"}};
+    std::set<std::string> files = {"parity.json"};
+    const json lines = report()["lines"];
+    ASSERT_EQ(lines.size(), std::size(given));
     for (size_t i = 0; i < lines.size(); ++i) {
         const json& line = lines[i];
-        SCOPED_TRACE(line["id"].get<std::string>());
+        SCOPED_TRACE(given[i].id);
+        files.insert(std::string(given[i].id) + ".f32");
+        EXPECT_EQ(line["id"], given[i].id);
         EXPECT_EQ(line.size(), 7u);
         EXPECT_EQ(line["speed"].dump(), given[i].reported);
         json chunks = json::array();
@@ -186,37 +201,13 @@ TEST_F(ParityTest, EachLineIsReportedWithTheEnginesIdsDurationsAndSamples) {
         EXPECT_EQ(line["samples"], samples.size());
         EXPECT_EQ(line["audioMs"], samples.size() * 1000 / 24000);
         EXPECT_LE(line["firstAudioMs"].get<int64_t>(), line["renderMs"].get<int64_t>());
-        EXPECT_EQ(samplesIn(out / (line["id"].get<std::string>() + ".f32")), samples);
+        EXPECT_EQ(samplesIn(out / (std::string(given[i].id) + ".f32")), samples);
     }
+    EXPECT_EQ(contentsOf(out), files);
     EXPECT_EQ(lines[0]["chunks"].size(), 2u);  // two sentences, two chunks
     // A line with no chunk: an empty file, and its first audio is its end.
     EXPECT_EQ(lines[3]["chunks"], json::array());
     EXPECT_EQ(lines[3]["firstAudioMs"], lines[3]["renderMs"]);
-}
-
-TEST_F(ParityTest, EntriesWithoutAStringIdAndTextLeaveNoTraceAndASpeedNotANumberIsAbsent) {
-    ASSERT_EQ(run(R"({"lines": [
-        {"text": "No id."},
-        {"id": 7, "text": "A number for an id."},
-        {"id": "notext"},
-        {"id": "nulltext", "text": null},
-        {"id": "listtext", "text": ["Hi."]},
-        {"id": null, "text": "Null id."},
-        {},
-        {"id": "text", "text": "Hello there.", "speed": "1.5", "extra": true},
-        {"id": "bool", "text": "Hello there.", "speed": true},
-        {"id": "null", "text": "Hello there.", "speed": null}
-    ]})"),
-              0);
-    EXPECT_EQ(logged, std::vector<std::string>{"parity: 3 lines -> " + out.string()});
-    EXPECT_EQ(contentsOf(out),
-              (std::set<std::string>{"parity.json", "text.f32", "bool.f32", "null.f32"}));
-    const std::vector<float> normal = samplesOf("Hello there.", 1.0);
-    ASSERT_NE(normal, samplesOf("Hello there.", 1.5));
-    for (const json& line : report()["lines"]) {
-        EXPECT_EQ(line["speed"].dump(), "1");
-        EXPECT_EQ(samplesIn(out / (line["id"].get<std::string>() + ".f32")), normal);
-    }
 }
 
 TEST_F(ParityTest, ADuplicateIdOverwritesItsFileAndKeepsBothRecords) {

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <regex>
@@ -102,6 +103,16 @@ protected:
         EXPECT_EQ(speech.phase(), Phase::loading);
         EXPECT_TRUE(runEventsUntil([&] { return speech.phase() != Phase::loading; }, 60s));
         return speech.phase();
+    }
+
+    // Runs `operations` and checks that the model signalled no phase, notice or cancel flag.
+    void expectIgnored(Speech& speech, const std::function<void()>& operations) {
+        testing::SignalRecord record(speech);
+        operations();
+        runEventsFor(100ms);
+        EXPECT_TRUE(record.phases.empty());
+        EXPECT_TRUE(record.notices.empty());
+        EXPECT_EQ(record.cancelChanges, 0);
     }
 
     testing::PrivateSettings settings;
@@ -244,45 +255,34 @@ TEST(SpeechWithoutASoundServer, SpeakingFailsWithTheNoticeAndTheModelStaysUsable
 TEST_F(SpeechTest, OperationsOutsideTheirPhaseChangeNothing) {
     std::unique_ptr<Speech> speech = testing::makeSpeech(settings);
     speech->setText("Hello there, my friend.");
-    {
-        // Before the voice is loaded.
-        testing::SignalRecord record(*speech);
+    // Before the voice is loaded.
+    expectIgnored(*speech, [&] {
         speech->speak();
         speech->save(directory / "early.wav");
         speech->stop();
-        EXPECT_EQ(speech->phase(), Phase::loading);
-        EXPECT_TRUE(record.phases.empty());
-        EXPECT_EQ(record.cancelChanges, 0);
-    }
+    });
+    EXPECT_EQ(speech->phase(), Phase::loading);
     ASSERT_TRUE(testing::loadAndWait(*speech));
 
     // Blank text: nothing to speak, and nothing happens; stop() while ready neither.
     speech->setText(" \n\t \r\n\u00a0 ");
     EXPECT_FALSE(speech->canSpeak());
-    {
-        testing::SignalRecord record(*speech);
+    expectIgnored(*speech, [&] {
         speech->speak();
         speech->save(directory / "blank.wav");
         speech->stop();
-        runEventsFor(100ms);
-        EXPECT_TRUE(record.phases.empty());
-        EXPECT_TRUE(record.notices.empty());
-        EXPECT_EQ(record.cancelChanges, 0);
-        EXPECT_FALSE(speech->cancelled());
-    }
+    });
+    EXPECT_FALSE(speech->cancelled());
     EXPECT_EQ(speech->text(), " \n\t \r\n\u00a0 ");  // never trimmed
 
     // While speaking, neither another speak nor a save starts.
     speech->setText(QString::fromStdString(longSentences(1, 2)));
     speech->speak();
     ASSERT_EQ(speech->phase(), Phase::speaking);
-    {
-        testing::SignalRecord record(*speech);
+    expectIgnored(*speech, [&] {
         speech->speak();
         speech->save(directory / "during-speech.wav");
-        EXPECT_TRUE(record.phases.empty());
-        EXPECT_EQ(record.cancelChanges, 0);
-    }
+    });
     speech->stop();
 
     // While saving, neither speak nor stop nor another save changes anything.
