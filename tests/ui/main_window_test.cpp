@@ -1,6 +1,6 @@
 // The main window with the real model on the test voice and a simulated audio output: the
 // editor and its placeholder, the speed slider, every shortcut and menu item reaching its
-// operation, the save dialog, the About window and the connect sheet, and what closing does.
+// operation, the save dialog, opening About and the connect sheet, and what closing does.
 
 #include <gtest/gtest.h>
 
@@ -19,6 +19,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
 
 #include "app/speech.h"
 #include "app/speech_harness.h"
@@ -76,51 +77,18 @@ protected:
     }
 };
 
-TEST_F(MainWindow, LoadsTheVoiceOnceShownAndIgnoresSpeakUntilThen) {
-    EXPECT_EQ(speech().phase(), Phase::loading);
-    EXPECT_EQ(status(), text("murmela.loading"));
-    // Speak while loading does nothing: no notice, no phase change.
-    editor_->setPlainText("Hello there.");
-    findNamed<QPushButton>(&app_->mainWindow(), "speak")->click();
-    EXPECT_EQ(speech().phase(), Phase::loading);
-    EXPECT_FALSE(speech().notice());
-    ASSERT_TRUE(waitForPhase(Phase::ready));
-    EXPECT_EQ(status(), "");
-    EXPECT_EQ(app_->mainWindow().windowTitle(), text("murmela.app.name"));
-}
-
-TEST_F(MainWindow, PlaceholderShowsOnlyWhileTheTextIsEmpty) {
-    // Pure red for the placeholder, so its pixels can be told from the text's.
+TEST_F(MainWindow, EditorHasThePlaceholderInTheSecondaryColourAndSliderKeepsToItsSteps) {
+    // Qt draws the placeholder while the text is empty; the view gives its text and colour.
     QJsonObject groups{{"color", QJsonObject{{"textSecondary", QJsonObject{{"light", "#ff0000"},
                                                                            {"dark", "#ff0000"}}}}}};
-    Speech& model = speech();
-    MainView view(model, UiTables{TextTable({{"murmela.text.placeholder", "WWWWWWWW"}}),
-                                  DesignTokens(groups)});
-    view.resize(600, 300);
-    view.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    MainView view(speech(), UiTables{TextTable({{"murmela.text.placeholder", "Type"}}),
+                                     DesignTokens(groups)});
     auto* editor = findNamed<QPlainTextEdit>(&view, "text");
-    auto redPixels = [&] {
-        const QImage image = editor->viewport()->grab().toImage();
-        int count = 0;
-        for (int y = 0; y < image.height(); ++y) {
-            for (int x = 0; x < image.width(); ++x) {
-                const QColor c = image.pixelColor(x, y);
-                count += c.red() > 200 && c.green() < 80 && c.blue() < 80;
-            }
-        }
-        return count;
-    };
-    EXPECT_GT(redPixels(), 20);
+    EXPECT_EQ(editor->placeholderText(), "Type");
+    EXPECT_EQ(editor->palette().color(QPalette::PlaceholderText), QColor(0xff, 0, 0));
     QTest::keyClick(editor, Qt::Key_A);
-    EXPECT_EQ(model.text(), "a");
-    EXPECT_EQ(redPixels(), 0);
-    QTest::keyClick(editor, Qt::Key_Backspace);
-    EXPECT_EQ(model.text(), "");
-    EXPECT_GT(redPixels(), 20);
-}
+    EXPECT_EQ(speech().text(), "a");
 
-TEST_F(MainWindow, SliderKeepsToItsRangeAndStepsAndShowsTwoDecimals) {
     auto* slider = findNamed<QSlider>(&app_->mainWindow(), "speed");
     auto* value = findNamed<QLabel>(&app_->mainWindow(), "speedValue");
     ASSERT_TRUE(slider && value);
@@ -128,18 +96,17 @@ TEST_F(MainWindow, SliderKeepsToItsRangeAndStepsAndShowsTwoDecimals) {
     auto valueText = [](const char* number) { return text("murmela.speedValue", {{"n", number}}); };
     EXPECT_EQ(value->text(), valueText("1.00"));
     slider->setFocus();
-    QTest::keyClick(slider, Qt::Key_Home);
-    EXPECT_DOUBLE_EQ(speech().speed(), 0.75);
-    EXPECT_EQ(value->text(), valueText("0.75"));
-    QTest::keyClick(slider, Qt::Key_Left);
-    EXPECT_DOUBLE_EQ(speech().speed(), 0.75);
-    QTest::keyClick(slider, Qt::Key_Right);
-    EXPECT_DOUBLE_EQ(speech().speed(), 0.8);
-    EXPECT_EQ(value->text(), valueText("0.80"));
-    QTest::keyClick(slider, Qt::Key_End);
-    QTest::keyClick(slider, Qt::Key_Right);
-    EXPECT_DOUBLE_EQ(speech().speed(), 1.5);
-    EXPECT_EQ(value->text(), valueText("1.50"));
+    // Keys move the speed to its ends and by its steps, never past an end.
+    const std::pair<Qt::Key, const char*> moves[] = {{Qt::Key_Home, "0.75"},
+                                                     {Qt::Key_Left, "0.75"},
+                                                     {Qt::Key_Right, "0.80"},
+                                                     {Qt::Key_End, "1.50"},
+                                                     {Qt::Key_Right, "1.50"}};
+    for (const auto& [key, shown] : moves) {
+        QTest::keyClick(slider, key);
+        EXPECT_DOUBLE_EQ(speech().speed(), std::stod(shown)) << shown;
+        EXPECT_EQ(value->text(), valueText(shown));
+    }
     // A speed set elsewhere moves the slider to its step.
     speech().setSpeed(1.03);
     EXPECT_EQ(slider->value(), 21);
@@ -147,8 +114,12 @@ TEST_F(MainWindow, SliderKeepsToItsRangeAndStepsAndShowsTwoDecimals) {
     EXPECT_EQ(value->accessibleName(), value->text());
 }
 
-TEST_F(MainWindow, ShortcutsAndMenuItemsReachTheModel) {
+TEST_F(MainWindow, ShowsLoadingUntilReadyThenShortcutsAndMenuItemsReachTheModel) {
+    EXPECT_EQ(speech().phase(), Phase::loading);
+    EXPECT_EQ(status(), text("murmela.loading"));
     ASSERT_TRUE(waitForPhase(Phase::ready));
+    EXPECT_EQ(status(), "");
+    EXPECT_EQ(app_->mainWindow().windowTitle(), text("murmela.app.name"));
     editor_->setFocus();
     QTest::keyClicks(editor_, "Hello there. This sentence keeps the voice busy for a while.");
     // Ctrl+Return speaks from inside the editor without adding a line.
@@ -169,30 +140,8 @@ TEST_F(MainWindow, ShortcutsAndMenuItemsReachTheModel) {
     EXPECT_EQ(speech().phase(), Phase::speaking);
     app_->action("menuStop")->trigger();
     EXPECT_EQ(speech().phase(), Phase::ready);
-    // Stop with nothing playing changes nothing.
-    app_->action("menuStop")->trigger();
-    EXPECT_EQ(speech().phase(), Phase::ready);
-    EXPECT_FALSE(speech().notice());
-
-    // Speaking to its end returns to ready by itself.
     findNamed<QPushButton>(&app_->mainWindow(), "speak")->click();
     EXPECT_EQ(speech().phase(), Phase::speaking);
-    EXPECT_TRUE(waitForPhase(Phase::ready));
-}
-
-TEST_F(MainWindow, TextWithNothingToSayShowsTheEmptyNotice) {
-    ASSERT_TRUE(waitForPhase(Phase::ready));
-    editor_->setPlainText("\U0001F642");
-    editor_->setFocus();
-    press(Qt::CTRL | Qt::Key_Return);
-    ASSERT_TRUE(runEventsUntil([&] { return speech().notice().has_value(); }, 10s));
-    EXPECT_EQ(speech().phase(), Phase::ready);
-    EXPECT_EQ(status(), text("murmela.empty"));
-    // Blank text: speak does nothing at all, and the notice stays.
-    editor_->setPlainText(" \n\t");
-    press(Qt::CTRL | Qt::Key_Return);
-    EXPECT_EQ(speech().phase(), Phase::ready);
-    EXPECT_EQ(status(), text("murmela.empty"));
 }
 
 TEST_F(MainWindow, SaveAsksWhereInTheSaveDirectoryAndWritesTheFile) {
@@ -229,29 +178,19 @@ TEST_F(MainWindow, SaveAsksWhereInTheSaveDirectoryAndWritesTheFile) {
 }
 
 TEST_F(MainWindow, MenusHoldTheirItemsInOrderAndNoNewItem) {
-    QMenuBar* bar = app_->mainWindow().menuBar();
-    QStringList titles;
-    for (QAction* menu : bar->actions()) {
-        titles << menu->text().remove('&');
-    }
-    EXPECT_EQ(titles, (QStringList{text("murmela.app.name"), text("murmela.menu.file").remove('&'),
-                                   text("murmela.menu.edit").remove('&')}));
-    auto names = [&](const char* menu) {
-        QStringList found;
-        for (QAction* action : bar->findChild<QMenu*>(menu)->actions()) {
+    // Each menu by its title, then its items by name ("-" a separator).
+    QStringList found;
+    for (QAction* menu : app_->mainWindow().menuBar()->actions()) {
+        found << menu->text().remove('&') + ":";
+        for (QAction* action : menu->menu()->actions()) {
             found << (action->isSeparator() ? "-" : action->objectName());
         }
-        return found;
-    };
-    EXPECT_EQ(names("applicationMenu"), (QStringList{"menuAbout", "menuConnect"}));
-    EXPECT_EQ(names("fileMenu"), QStringList{"menuSave"});
-    EXPECT_EQ(names("editMenu"),
-              (QStringList{"menuUndo", "menuRedo", "-", "menuCut", "menuCopy", "menuPaste",
-                           "menuSelectAll", "-", "menuSpeak", "-", "menuStop"}));
-    EXPECT_EQ(app_->action("menuSave")->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_S));
-    EXPECT_EQ(app_->action("menuSpeak")->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Return));
-    EXPECT_EQ(app_->action("menuStop")->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Period));
-    EXPECT_EQ(app_->action("menuAbout")->text(), text("murmela.menu.about"));
+    }
+    EXPECT_EQ(found, (QStringList{text("murmela.app.name") + ":", "menuAbout", "menuConnect",
+                                  text("murmela.menu.file").remove('&') + ":", "menuSave",
+                                  text("murmela.menu.edit").remove('&') + ":", "menuUndo",
+                                  "menuRedo", "-", "menuCut", "menuCopy", "menuPaste",
+                                  "menuSelectAll", "-", "menuSpeak", "-", "menuStop"}));
     for (QAction* action : app_->mainWindow().findChildren<QAction*>()) {
         EXPECT_TRUE(action->isEnabled()) << action->objectName().toStdString();
     }
@@ -267,7 +206,7 @@ TEST_F(MainWindow, MenusHoldTheirItemsInOrderAndNoNewItem) {
     EXPECT_EQ(speech().text(), "copy thiscopy this");
 }
 
-TEST_F(MainWindow, AboutOpensOnceAndClosingItKeepsTheApplication) {
+TEST_F(MainWindow, AboutOpensOnceAndOnlyClosingTheMainWindowEndsTheApplication) {
     QSignalSpy quit(app_.get(), &MurmelaApp::quitRequested);
     app_->action("menuAbout")->trigger();
     QWidget* about = app_->about().window();
@@ -277,42 +216,23 @@ TEST_F(MainWindow, AboutOpensOnceAndClosingItKeepsTheApplication) {
     app_->action("menuAbout")->trigger();
     EXPECT_EQ(app_->about().window(), about);
     EXPECT_TRUE(QTest::qWaitForWindowActive(about));
-    int abouts = 0;
-    for (QWidget* window : QApplication::topLevelWidgets()) {
-        abouts += window->objectName() == "about" && window->isVisible();
-    }
-    EXPECT_EQ(abouts, 1);
 
     about->close();
     EXPECT_EQ(quit.count(), 0);
-    // Closing the main window ends the application even with About open.
     app_->action("menuAbout")->trigger();
     app_->mainWindow().close();
     EXPECT_EQ(quit.count(), 1);
 }
 
-TEST_F(MainWindow, ConnectSheetOpensOverTheWindowAndStartsWithCopyEachTime) {
+TEST_F(MainWindow, ConnectSheetOpensOverTheWindowOnceUntilClosed) {
     EXPECT_FALSE(app_->connecting());
     app_->action("menuConnect")->trigger();
     ASSERT_TRUE(app_->connecting());
     ConnectView* sheet = app_->connectSheet();
     EXPECT_EQ(sheet->parentWidget(), &app_->mainWindow());
-    EXPECT_EQ(sheet->windowModality(), Qt::WindowModal);
-    auto* copy = findNamed<QPushButton>(sheet, "connectCopy");
-    copy->click();
-    EXPECT_EQ(copy->text(), text("murmela.connect.copied"));
-    // Asking again while it is open shows the same sheet.
     app_->action("menuConnect")->trigger();
     EXPECT_EQ(app_->connectSheet(), sheet);
-    findNamed<QPushButton>(sheet, "connectDone")->click();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_FALSE(app_->connecting());
-
-    app_->action("menuConnect")->trigger();
-    ASSERT_TRUE(app_->connecting());
-    EXPECT_EQ(findNamed<QPushButton>(app_->connectSheet(), "connectCopy")->text(),
-              text("murmela.connect.copy"));
-    QTest::keyClick(app_->connectSheet(), Qt::Key_Escape);
+    QTest::keyClick(sheet, Qt::Key_Escape);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_FALSE(app_->connecting());
 }
@@ -330,20 +250,13 @@ TEST_F(MainWindowWithoutVoice, FailedLoadShowsRetryWhichLoadsAgain) {
 }
 
 TEST_F(MainWindow, EveryControlHasItsIdentifierAndAnAccessibleName) {
-    for (const char* name : {"text", "speak", "stop", "speed", "speedValue", "save", "status"}) {
-        SCOPED_TRACE(name);
-        auto* widget = findNamed<QWidget>(&app_->mainWindow(), name);
-        ASSERT_NE(widget, nullptr);
-        if (std::string(name) != "status") {
-            EXPECT_FALSE(widget->accessibleName().isEmpty());
-        }
-    }
     EXPECT_EQ(app_->mainWindow().objectName(), "main");
-    EXPECT_EQ(app_->mainWindow().size(),
-              QSize(designTokens().layout("windowWidth"), designTokens().layout("windowHeight")));
-    EXPECT_EQ(
-        app_->mainWindow().centralWidget()->minimumSize(),
-        QSize(designTokens().layout("windowMinWidth"), designTokens().layout("windowMinHeight")));
+    for (const char* name : {"text", "speak", "stop", "speed", "speedValue", "save"}) {
+        auto* widget = findNamed<QWidget>(&app_->mainWindow(), name);
+        ASSERT_NE(widget, nullptr) << name;
+        EXPECT_FALSE(widget->accessibleName().isEmpty()) << name;
+    }
+    EXPECT_NE(findNamed<QWidget>(&app_->mainWindow(), "status"), nullptr);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include <QLabel>
 #include <QPushButton>
-#include <QSignalSpy>
 
 #include "support/gui_test.h"
 #include "ui/widgets.h"
@@ -82,22 +81,6 @@ TEST(StatusLine, ShowsThePhaseFirstThenTheNoticeInItsColour) {
             EXPECT_EQ(line.height(), 30);
         }
     }
-}
-
-TEST(StatusLine, RetryAsksForTheVoiceAgain) {
-    StatusLine line(tables());
-    line.showStatus(Phase::failed, std::nullopt);
-    QSignalSpy retried(&line, &StatusLine::retryRequested);
-    findNamed<QPushButton>(&line, "retry")->click();
-    EXPECT_EQ(retried.count(), 1);
-}
-
-TEST(StatusLine, MissingTextsShowTheirKeys) {
-    StatusLine line(UiTables{});
-    line.showStatus(Phase::ready, Notice::saved("x.wav"));
-    EXPECT_EQ(findNamed<QLabel>(&line, "statusText")->text(), "murmela.saved");
-    line.showStatus(Phase::failed, std::nullopt);
-    EXPECT_EQ(findNamed<QPushButton>(&line, "retry")->text(), "murmela.retry");
 }
 
 }  // namespace

@@ -15,9 +15,9 @@ namespace murmela::testing {
 // build/<variant>/share/murmela, which MURMELA_RESOURCES points at in every GUI test.
 std::filesystem::path stagedResourceDirectory();
 
-// The address of the test run's own session bus (empty when dbus-daemon is missing, in which
-// case the session bus is unreachable). Tests never talk to the desktop's real bus.
-QString privateSessionBusAddress();
+// Whether the session bus is the test run's own (see gui_test_main.cpp); otherwise it is
+// unreachable. Tests never talk to the desktop's real bus.
+bool hasPrivateSessionBus();
 
 // Palettes of a light and a dark appearance.
 QPalette lightPalette();

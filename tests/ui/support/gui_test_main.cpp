@@ -1,5 +1,7 @@
 // The entry point of every user-interface test program: one QApplication on the offscreen
-// platform, the build's staged resources, and a session bus of the run's own.
+// platform and the build's staged resources. Tests never reach the desktop's session bus:
+// registered with ctest, a program runs under dbus-run-session with a bus of its own
+// (MURMELA_TEST_BUS=1); run any other way, its bus address leads nowhere.
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -7,37 +9,14 @@
 #include <QApplication>
 
 #include "support/gui_test.h"
-#include "support/private_session_bus.h"
-
-namespace murmela::testing {
-namespace {
-QString busAddress;
-}  // namespace
-
-QString privateSessionBusAddress() {
-    return busAddress;
-}
-
-}  // namespace murmela::testing
 
 int main(int argc, char** argv) {
-    using namespace murmela::testing;
     ::setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    ::setenv("MURMELA_RESOURCES", stagedResourceDirectory().c_str(), 1);
-    PrivateSessionBus bus;
-    // Without a daemon of its own, the run gets an address that leads nowhere rather than the
-    // desktop's bus.
-    std::string address =
-        bus.address().empty() ? "unix:path=/nonexistent/murmela-test-bus" : bus.address();
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
-    busAddress = QString::fromStdString(bus.address());
-    ::setenv("XDG_RUNTIME_DIR", bus.directory().c_str(), 0);
-
-    ::testing::InitGoogleTest(&argc, argv);
-    int result = 0;
-    {
-        QApplication application(argc, argv);
-        result = RUN_ALL_TESTS();
+    ::setenv("MURMELA_RESOURCES", murmela::testing::stagedResourceDirectory().c_str(), 1);
+    if (!murmela::testing::hasPrivateSessionBus()) {
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/murmela-test-bus", 1);
     }
-    return result;
+    ::testing::InitGoogleTest(&argc, argv);
+    QApplication application(argc, argv);
+    return RUN_ALL_TESTS();
 }
