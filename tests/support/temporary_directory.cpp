@@ -39,10 +39,6 @@ void writeText(const std::filesystem::path& path, const std::string& content) {
     }
 }
 
-}  // namespace murmela::testing
-
-namespace murmela::testing {
-
 std::string readText(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
