@@ -2,9 +2,11 @@
 // recorded: what was played must be exactly the scheduled blocks, back to back; each completion
 // must come only after its block could have been heard; a stop silences the output at once; a
 // server that hangs or goes away ends the utterance. With MURMELA_MUTE=1 the same runs must give
-// the same callbacks and timing, and silence.
+// the same callbacks and timing, and silence. Where no server can be reached at all, start must
+// fail with a description, and the player stay usable.
 
 #include <signal.h>
+#include <stdlib.h>
 
 #include <QString>
 
@@ -250,6 +252,34 @@ TEST_F(DevicePlayer, ServerLostWhilePlayingEndsTheUtterance) {
         EXPECT_NE(std::string(error.what()), "");
     }
     player.stop();
+}
+
+TEST(PlayerWithoutServer, StartThrowsWithADescriptionAndThePlayerStaysUsable) {
+    // Read once per process, when the first player asks for a device.
+    ::setenv("PULSE_SERVER", "unix:/nonexistent/murmela-no-sound-server", 1);
+    ::unsetenv("MURMELA_AUDIO");
+    testing::ensureApplication();
+    Player player;
+    int idleCalls = 0;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        try {
+            player.start([&] { ++idleCalls; });
+            FAIL() << "start succeeded without a sound server";
+        } catch (const AudioOutputError& error) {
+            EXPECT_NE(std::string(error.what()), "") << "attempt " << attempt;
+        }
+        // A failed start stores no idle callback: finishing calls nothing.
+        player.finish();
+        EXPECT_EQ(idleCalls, 0);
+        player.stop();
+    }
+    // Blocks handed over regardless are held, never played, never completed.
+    player.schedule(std::vector<float>(2400, 0.5f));
+    runEventsFor(300ms);
+    EXPECT_EQ(player.pending(), 1);
+    player.stop();
+    EXPECT_EQ(player.pending(), 0);
+    EXPECT_EQ(idleCalls, 0);
 }
 
 }  // namespace
