@@ -179,7 +179,7 @@ TEST_F(DevicePlayer, StopSilencesAtOnceAndARestartPlaysOnlyTheNewUtterance) {
     EXPECT_FALSE(trace.wentNegative());
     if (!expectMutedOrHeard(recorded, next)) {
         // Of the stopped block, only what played before the stop (plus the output's latency).
-        EXPECT_LE(static_cast<double>(soundingSamples(recorded) - next.size()),
+        EXPECT_LE(static_cast<double>(soundingSamples(recorded)) - static_cast<double>(next.size()),
                   (stoppedAfter + kLatency) * kRate)
             << "the stopped block went on playing";
     }
