@@ -4,10 +4,8 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 #include <QCoreApplication>
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -15,6 +13,45 @@
 #include <iterator>
 
 namespace murmela::testing {
+namespace {
+
+pid_t spawn(const std::vector<std::string>& arguments) {
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    pid_t pid = -1;
+    return ::posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) == 0 ? pid : -1;
+}
+
+// The first offset of `recording` at which the opening samples of `expected` are heard, or the
+// recording's size.
+size_t locate(const std::vector<float>& recording, const std::vector<float>& expected) {
+    const size_t window = std::min<size_t>(240, expected.size());
+    for (size_t offset = 0; offset + window <= recording.size(); ++offset) {
+        size_t i = 0;
+        while (i < window && std::fabs(recording[offset + i] - expected[i]) < 1e-3f) {
+            ++i;
+        }
+        if (i == window) {
+            return offset;
+        }
+    }
+    return recording.size();
+}
+
+double correlation(const float* a, const float* b, size_t count) {
+    double ab = 0.0, aa = 0.0, bb = 0.0;
+    for (size_t i = 0; i < count; ++i) {
+        ab += static_cast<double>(a[i]) * b[i];
+        aa += static_cast<double>(a[i]) * a[i];
+        bb += static_cast<double>(b[i]) * b[i];
+    }
+    return aa > 0.0 && bb > 0.0 ? ab / std::sqrt(aa * bb) : 0.0;
+}
+
+}  // namespace
 
 void ensureApplication() {
     if (QCoreApplication::instance() == nullptr) {
@@ -44,36 +81,25 @@ double secondsBetween(Clock::time_point from, Clock::time_point to) {
     return std::chrono::duration<double>(to - from).count();
 }
 
-CompletionTrace::CompletionTrace(const Player& player)
-    : player_(player), lastPending_(player.pending()), lastGeneration_(player.generation()) {
+CompletionTrace::CompletionTrace(const Player& player) {
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.setInterval(1);
-    QObject::connect(&timer_, &QTimer::timeout, [this] {
-        const int64_t pending = player_.pending();
-        wentNegative_ = wentNegative_ || pending < 0;
-        // A stop resets the count; only a fall within one utterance is a completion.
-        if (player_.generation() == lastGeneration_ && pending < lastPending_) {
-            for (int64_t i = pending; i < lastPending_; ++i) {
-                completions_.push_back(Clock::now());
-            }
-        }
-        lastPending_ = pending;
-        lastGeneration_ = player_.generation();
-    });
+    QObject::connect(&timer_, &QTimer::timeout,
+                     [this, &player, lastPending = player.pending(),
+                      lastGeneration = player.generation()]() mutable {
+                         const int64_t pending = player.pending();
+                         wentNegative_ = wentNegative_ || pending < 0;
+                         // A stop resets the count; only a fall within one utterance is a
+                         // completion.
+                         if (player.generation() == lastGeneration && pending < lastPending) {
+                             completions_.insert(completions_.end(),
+                                                 static_cast<size_t>(lastPending - pending),
+                                                 Clock::now());
+                         }
+                         lastPending = pending;
+                         lastGeneration = player.generation();
+                     });
     timer_.start();
-}
-
-pid_t spawn(const std::vector<std::string>& arguments) {
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    pid_t pid = -1;
-    if (::posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
-        return -1;
-    }
-    return pid;
 }
 
 int run(const std::vector<std::string>& arguments) {
@@ -94,10 +120,6 @@ MonitorRecording::MonitorRecording(const std::filesystem::path& file) : file_(fi
     runEventsFor(std::chrono::milliseconds(400));
 }
 
-MonitorRecording::~MonitorRecording() {
-    stop();
-}
-
 std::vector<float> MonitorRecording::stop() {
     if (pid_ > 0) {
         ::kill(pid_, SIGTERM);
@@ -105,37 +127,11 @@ std::vector<float> MonitorRecording::stop() {
         pid_ = -1;
     }
     std::ifstream in(file_, std::ios::binary);
-    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
+    const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
     std::vector<float> samples(bytes.size() / sizeof(float));
     std::copy_n(bytes.data(), samples.size() * sizeof(float),
                 reinterpret_cast<char*>(samples.data()));
     return samples;
-}
-
-size_t locate(const std::vector<float>& recording, const std::vector<float>& expected) {
-    const size_t window = std::min<size_t>(240, expected.size());
-    for (size_t offset = 0; offset + window <= recording.size(); ++offset) {
-        size_t i = 0;
-        while (i < window && std::fabs(recording[offset + i] - expected[i]) < 1e-3f) {
-            ++i;
-        }
-        if (i == window) {
-            return offset;
-        }
-    }
-    return recording.size();
-}
-
-double correlation(const float* a, const float* b, size_t count) {
-    double ab = 0.0;
-    double aa = 0.0;
-    double bb = 0.0;
-    for (size_t i = 0; i < count; ++i) {
-        ab += static_cast<double>(a[i]) * b[i];
-        aa += static_cast<double>(a[i]) * a[i];
-        bb += static_cast<double>(b[i]) * b[i];
-    }
-    return aa > 0.0 && bb > 0.0 ? ab / std::sqrt(aa * bb) : 0.0;
 }
 
 size_t soundingSamples(const std::vector<float>& recording) {

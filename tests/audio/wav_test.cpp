@@ -1,26 +1,29 @@
-// WAV images: header fields byte for byte, the 16-bit conversion's clamp, scale and rounding,
-// float pass-through, size limits, and the scratch file of an abandoned writer.
+// WAV files: the header byte for byte, the 16-bit conversion's clamp and rounding, float
+// pass-through, sizes the header cannot hold, and the file written piece by piece, which must be
+// the in-memory image and leave nothing behind when it is abandoned or cannot start.
 
 #include "audio/wav.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <limits>
 #include <vector>
 
+#include "audio/wav_stream.h"
+#include "files/files.h"
 #include "support/temporary_directory.h"
 
 namespace murmela {
 namespace {
 
+namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
+using testing::TemporaryDirectory;
 
 uint32_t uint32At(const Bytes& bytes, size_t offset) {
     return static_cast<uint32_t>(bytes.at(offset)) |
@@ -29,12 +32,13 @@ uint32_t uint32At(const Bytes& bytes, size_t offset) {
            static_cast<uint32_t>(bytes.at(offset + 3)) << 24;
 }
 
-std::vector<int16_t> pcmCodes(const Bytes& data) {
-    std::vector<int16_t> codes;
-    for (size_t i = 0; i + 1 < data.size(); i += 2) {
-        codes.push_back(static_cast<int16_t>(data[i] | data[i + 1] << 8));
-    }
-    return codes;
+Bytes bytesOf(const fs::path& path) {
+    const std::string text = readFile(path);
+    return {text.begin(), text.end()};
+}
+
+size_t entriesIn(const TemporaryDirectory& directory) {
+    return static_cast<size_t>(std::distance(fs::directory_iterator(directory.path()), {}));
 }
 
 TEST(Wav, EmptyFilesAreTheExactHeaders) {
@@ -55,59 +59,44 @@ TEST(Wav, EmptyFilesAreTheExactHeaders) {
     EXPECT_EQ(encodeWav({}, true, 24000), ieee);
 }
 
-TEST(Wav, SizesOfOneSecondAtTwentyFourThousandHertz) {
+TEST(Wav, SizesCountTheSamples) {
     const std::vector<float> second(24000, 0.25f);
     const Bytes pcm = encodeWav(second, false, 24000);
     EXPECT_EQ(pcm.size(), 48044u);
     EXPECT_EQ(uint32At(pcm, 4), 48036u);   // RIFF size
-    EXPECT_EQ(uint32At(pcm, 24), 24000u);  // sample rate
-    EXPECT_EQ(uint32At(pcm, 28), 48000u);  // byte rate
     EXPECT_EQ(uint32At(pcm, 40), 48000u);  // data size
+    EXPECT_EQ(wavHeader(24000, false, 24000), Bytes(pcm.begin(), pcm.begin() + 44));
 
     const Bytes ieee = encodeWav(second, true, 24000);
     EXPECT_EQ(ieee.size(), 96058u);
     EXPECT_EQ(uint32At(ieee, 4), 96050u);
-    EXPECT_EQ(uint32At(ieee, 28), 96000u);
     EXPECT_EQ(uint32At(ieee, 46), 24000u);  // fact: sample count
     EXPECT_EQ(uint32At(ieee, 54), 96000u);
-
-    // The header alone is what the whole file starts with.
-    const Bytes header = wavHeader(24000, false, 24000);
-    EXPECT_EQ(header, Bytes(pcm.begin(), pcm.begin() + 44));
 }
 
-TEST(Wav, PcmClampsWithNanAsFullScaleAndRoundsHalfToEven) {
+TEST(Wav, PcmClampsWithNanAsFullScaleAndRoundsHalfToEvenWhileFloatKeepsItsBits) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
     const std::vector<float> samples = {1.0f,  -1.0f, 0.5f, 2.0f, -3.0f,  nan,
                                         -0.5f, inf,   -inf, 0.0f, -1e-9f, 0.7f};
     const Bytes data = wavSampleBytes(samples, false);
-    ASSERT_EQ(data.size(), samples.size() * 2);
     // ±16383.5 (the only products halfway between two codes) round to the even ±16384, 0.7
-    // (22936.9) to the nearest code; -32768 never appears.
+    // (22936.9) to the nearest code; -32768 never appears. Little-endian.
     const std::vector<int16_t> expected = {32767,  -32767, 16384,  32767, -32767, 32767,
                                            -16384, 32767,  -32767, 0,     0,      22937};
-    EXPECT_EQ(pcmCodes(data), expected);
-    // Little-endian: 32767 is FF 7F, -32767 is 01 80.
-    EXPECT_EQ(data[0], 0xFF);
-    EXPECT_EQ(data[1], 0x7F);
-    EXPECT_EQ(data[2], 0x01);
-    EXPECT_EQ(data[3], 0x80);
-}
-
-TEST(Wav, FloatSamplesKeepTheirBitsUnclipped) {
-    const float payloadNan = std::bit_cast<float>(0x7FC01234u);
-    const std::vector<float> samples = {1.5f, payloadNan, -0.0f, -7.25f};
-    const Bytes data = wavSampleBytes(samples, true);
-    ASSERT_EQ(data.size(), 16u);
-    for (size_t i = 0; i < samples.size(); ++i) {
-        EXPECT_EQ(uint32At(data, i * 4), std::bit_cast<uint32_t>(samples[i])) << "sample " << i;
+    ASSERT_EQ(data.size(), expected.size() * 2);
+    for (size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(static_cast<int16_t>(data[2 * i] | data[2 * i + 1] << 8), expected[i]) << i;
     }
-    EXPECT_EQ(data[0], 0x00);  // 1.5f is 0x3FC00000, lowest byte first
-    EXPECT_EQ(data[3], 0x3F);
 
-    Bytes file = encodeWav(samples, true, 24000);
-    EXPECT_EQ(Bytes(file.begin() + 58, file.end()), data);
+    const std::vector<float> unclipped = {1.5f, std::bit_cast<float>(0x7FC01234u), -0.0f, -7.25f};
+    const Bytes bits = wavSampleBytes(unclipped, true);
+    ASSERT_EQ(bits.size(), 16u);
+    for (size_t i = 0; i < unclipped.size(); ++i) {
+        EXPECT_EQ(uint32At(bits, i * 4), std::bit_cast<uint32_t>(unclipped[i])) << "sample " << i;
+    }
+    const Bytes file = encodeWav(unclipped, true, 24000);
+    EXPECT_EQ(Bytes(file.begin() + 58, file.end()), bits);
 }
 
 TEST(WavDeathTest, SizesThatDoNotFitTheHeaderStopTheProcess) {
@@ -124,29 +113,49 @@ TEST(WavDeathTest, SizesThatDoNotFitTheHeaderStopTheProcess) {
     EXPECT_DEATH(wavHeader(0, true, int64_t{1} << 30), "byte rate");
 }
 
-TEST(Wav, DroppingAnOpenWriterClosesItAndDeletesItsScratchFile) {
-    testing::TemporaryDirectory directory;
-    const std::filesystem::path scratch = directory / "speech.wav.part";
-    int fd = ::open(scratch.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    ASSERT_GE(fd, 0);
-    {
+TEST(WavStream, PiecesMakeTheSameFileAsTheWholeAndReplaceTheOldOneOnlyAtTheEnd) {
+    TemporaryDirectory directory;
+    const fs::path destination = directory / "speech.wav";
+    testing::writeText(destination, "older");
+    const std::vector<float> first = {0.25f, -1.5f, 0.5f}, second = {1.0f, -0.75f};
+    for (bool isFloat : {false, true}) {
+        const Bytes before = bytesOf(destination);
         WavFile file;
-        file.url = directory / "speech.wav";
-        file.temp = scratch;
-        file.fd = fd;
-        file.samples = 10;
+        openWavFile(file, destination, isFloat);
+        appendToWavFile(file, first);
+        appendToWavFile(file, {});
+        appendToWavFile(file, second);
+        EXPECT_EQ(bytesOf(destination), before);
+        finishWavFile(file, 24000);
+        EXPECT_EQ(file.fd, -1);
+        std::vector<float> all = first;
+        all.insert(all.end(), second.begin(), second.end());
+        EXPECT_EQ(bytesOf(destination), encodeWav(all, isFloat, 24000));
+        EXPECT_EQ(entriesIn(directory), 1u);  // the scratch file became the destination
     }
-    EXPECT_FALSE(std::filesystem::exists(scratch));
-    EXPECT_EQ(::fcntl(fd, F_GETFD), -1);  // the descriptor was closed
-    EXPECT_FALSE(std::filesystem::exists(directory / "speech.wav"));
+}
 
-    // A writer whose file is already closed leaves the file alone.
-    testing::writeText(scratch, "kept");
+TEST(WavStream, AbandonedOrImpossibleWritesLeaveNothing) {
+    TemporaryDirectory directory;
+    const fs::path destination = directory / "speech.wav";
+    testing::writeText(destination, "kept");
+    int descriptor = -1;
     {
         WavFile file;
-        file.temp = scratch;
+        openWavFile(file, destination, false);
+        appendToWavFile(file, std::vector<float>(1000, 0.5f));
+        descriptor = file.fd;
     }
-    EXPECT_TRUE(std::filesystem::exists(scratch));
+    EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);  // closed
+    EXPECT_EQ(testing::readText(destination), "kept");
+    EXPECT_EQ(entriesIn(directory), 1u);
+
+    for (const fs::path& impossible : {directory.path(), directory / "missing" / "a.wav"}) {
+        WavFile file;
+        EXPECT_THROW(openWavFile(file, impossible, false), fs::filesystem_error);
+        EXPECT_EQ(file.fd, -1);
+    }
+    EXPECT_EQ(entriesIn(directory), 1u);
 }
 
 }  // namespace

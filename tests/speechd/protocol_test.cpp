@@ -1,7 +1,7 @@
 // The module's pieces without a process: line framing and data blocks, the audio encoding, the
 // speech parameters, the SSML reader and the words said for characters, keys and punctuation.
 
-#include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -14,25 +14,17 @@
 #include "speechd/settings.h"
 #include "speechd/spoken_text.h"
 #include "speechd/ssml.h"
-#include "support/temporary_directory.h"
 
 namespace murmela::speechd {
 namespace {
 
-// `input` in a file, open for reading.
-class InputFile {
-public:
-    explicit InputFile(const std::string& input) {
-        testing::writeText(directory_ / "input", input);
-        descriptor_ = ::open((directory_ / "input").c_str(), O_RDONLY);
-    }
-    ~InputFile() { ::close(descriptor_); }
-    int descriptor() const { return descriptor_; }
-
-private:
-    testing::TemporaryDirectory directory_;
-    int descriptor_ = -1;
-};
+// `input` in an anonymous file, open for reading from its start.
+int inputFile(const std::string& input) {
+    const int descriptor = ::memfd_create("input", MFD_CLOEXEC);
+    EXPECT_EQ(::write(descriptor, input.data(), input.size()), static_cast<ssize_t>(input.size()));
+    ::lseek(descriptor, 0, SEEK_SET);
+    return descriptor;
+}
 
 // The samples of an AUDIO event, checking its framing; its header lines go to `header`.
 std::vector<int16_t> decodeAudio(const std::string& event, std::string& header) {
@@ -47,10 +39,10 @@ std::vector<int16_t> decodeAudio(const std::string& event, std::string& header) 
 }
 
 TEST(SpeechdProtocol, LinesAndDataBlocks) {
-    InputFile input("SPEAK\n<speak>\n..\n...and\nend</speak>\n.\nCHAR\n" +
-                    std::string(300000, 'y') + "\n.\nSET\n12345\n67890\n.\nSET\nrate=1\n" +
-                    std::string(300, 'z'));
-    LineReader reader(input.descriptor(), 100);
+    const int input =
+        inputFile("SPEAK\n<speak>\n..\n...and\nend</speak>\n.\nCHAR\n" + std::string(300000, 'y') +
+                  "\n.\nSET\n12345\n67890\n.\nSET\nrate=1\n" + std::string(300, 'z'));
+    LineReader reader(input, 100);
     EXPECT_EQ(reader.next()->text, "SPEAK");
     // A line of the text that starts with a dot was sent with one more; the lone dot ends it.
     DataBlock block = readDataBlock(reader, 1000);
@@ -72,13 +64,15 @@ TEST(SpeechdProtocol, LinesAndDataBlocks) {
     block = readDataBlock(reader, 1000);
     EXPECT_FALSE(block.ended);
     EXPECT_TRUE(block.tooLarge);
-    InputFile tail("A\n" + std::string(300, 'z'));
-    LineReader tailReader(tail.descriptor(), 100);
+    const int tail = inputFile("A\n" + std::string(300, 'z'));
+    LineReader tailReader(tail, 100);
     EXPECT_EQ(tailReader.next()->text, "A");
     std::optional<LineReader::Line> line = tailReader.next();
     EXPECT_TRUE(line->overlong);
     EXPECT_EQ(line->text, std::string(100, 'z'));
     EXPECT_FALSE(tailReader.next());
+    ::close(input);
+    ::close(tail);
 }
 
 TEST(SpeechdProtocol, AudioEventsAndUtf8) {
@@ -105,14 +99,11 @@ TEST(SpeechdProtocol, AudioEventsAndUtf8) {
 
 TEST(SpeechdSettings, ParametersAndTheirMeaning) {
     Settings settings;
-    EXPECT_EQ(applySetting(settings, "rate=50"), SettingOutcome::applied);
-    EXPECT_EQ(applySetting(settings, "volume=-100"), SettingOutcome::applied);
-    EXPECT_EQ(applySetting(settings, "punctuation_mode=most"), SettingOutcome::applied);
-    EXPECT_EQ(applySetting(settings, "spelling_mode=on"), SettingOutcome::applied);
-    // What the voice cannot change is accepted, whatever the server sends.
-    for (const char* ignored : {"pitch=10", "pitch_range=0", "language=c", "voice=male1",
-                                "synthesis_voice=NULL", "cap_let_recogn=none"}) {
-        EXPECT_EQ(applySetting(settings, ignored), SettingOutcome::applied) << ignored;
+    // What the voice cannot change (pitch on) is accepted too, whatever the server sends.
+    for (const char* applied : {"rate=50", "volume=-100", "punctuation_mode=most",
+                                "spelling_mode=on", "pitch=10", "pitch_range=0", "language=c",
+                                "voice=male1", "synthesis_voice=NULL", "cap_let_recogn=none"}) {
+        EXPECT_EQ(applySetting(settings, applied), SettingOutcome::applied) << applied;
     }
     // Bad values change nothing; NULL keeps the value.
     for (const char* bad : {"rate=101", "rate=fast", "rate=", "volume=-101",
@@ -207,7 +198,6 @@ TEST(SpeechdSpokenText, PunctuationSpellingCharactersAndKeys) {
     EXPECT_EQ(characterName("Z"), "capital zee");
     EXPECT_EQ(characterName("space"), "space");
     EXPECT_EQ(characterName("."), "dot");
-    EXPECT_EQ(characterName("\\"), "backslash");
     EXPECT_EQ(characterName("\xc3\xa9"), "\xc3\xa9");
 
     EXPECT_EQ(keyName("shift_a"), "shift ay");
@@ -215,10 +205,8 @@ TEST(SpeechdSpokenText, PunctuationSpellingCharactersAndKeys) {
     EXPECT_EQ(keyName("shift_kp-enter"), "shift keypad enter");
     EXPECT_EQ(keyName("kp-5"), "keypad five");
     EXPECT_EQ(keyName("f12"), "F 12");
-    EXPECT_EQ(keyName("double-quote"), "double quote");
     EXPECT_EQ(keyName("$"), "dollar");
     EXPECT_EQ(keyName("prior"), "page up");
-    EXPECT_EQ(keyName("underscore"), "underscore");
 }
 
 }  // namespace

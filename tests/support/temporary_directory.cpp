@@ -2,10 +2,9 @@
 
 #include <stdlib.h>
 
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
 #include <system_error>
+
+#include "files/files.h"
 
 namespace murmela::testing {
 
@@ -32,25 +31,11 @@ TemporaryDirectory::~TemporaryDirectory() {
 
 void writeText(const std::filesystem::path& path, const std::string& content) {
     std::filesystem::create_directories(path.parent_path());
-    std::ofstream out(path, std::ios::binary);
-    out << content;
-    if (!out) {
-        throw std::runtime_error("cannot write " + path.string());
-    }
+    writeFile(path, {reinterpret_cast<const uint8_t*>(content.data()), content.size()});
 }
 
-}  // namespace murmela::testing
-
-namespace murmela::testing {
-
 std::string readText(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw std::runtime_error("cannot read " + path.string());
-    }
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return readFile(path);
 }
 
 }  // namespace murmela::testing
