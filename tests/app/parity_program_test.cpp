@@ -55,18 +55,11 @@ protected:
     fs::path linesFile = sandbox / "lines.json";
 };
 
-TEST_F(ParityProgramTest, ExitCodesReachTheShellAfterTheLogLine) {
+TEST_F(ParityProgramTest, OnlyTheStandardSettingsFileSelectsTheParityModeAndItsExitCodeEndsIt) {
     Outcome usage = run("-murmela.parity " + quoted(out));
     EXPECT_EQ(usage.exitCode, 2);
     EXPECT_EQ(usage.log, "murmela: parity: needs -murmela.parity OUTDIR and -murmela.lines FILE\n");
 
-    testing::writeText(linesFile, "[]");
-    Outcome failed = run("-murmela.parity " + quoted(out) + " -murmela.lines " + quoted(linesFile));
-    EXPECT_EQ(failed.exitCode, 1);
-    EXPECT_EQ(failed.log, "murmela: parity failed: voice: " + linesFile.string() + " unreadable\n");
-}
-
-TEST_F(ParityProgramTest, OnlyTheStandardSettingsFileSelectsTheParityMode) {
     testing::writeText(linesFile, R"({"lines": []})");
     const std::string settings = "[General]\nmurmela.parity=" + out.string() +
                                  "\nmurmela.lines=" + linesFile.string() + "\n";

@@ -44,18 +44,6 @@ TEST(ArgumentDomain, TakesDashKeyValuePairsOnly) {
     EXPECT_EQ(arguments({}).value("murmela.parity"), std::nullopt);
 }
 
-TEST_F(SettingsTest, TheSuiteKeepsItsOwnValuesAndTheStandardStoreIsUntouched) {
-    ::setenv("MURMELA_DEFAULTS_SUITE", "murmela-tests", 1);
-    SettingsStore suite = SettingsStore::forModel({});
-    suite.setValue("speed", 1.25);
-    EXPECT_TRUE(suite.fileName().endsWith("murmela/murmela-tests.ini"))
-        << suite.fileName().toStdString();
-
-    SettingsStore reopened = SettingsStore::forModel({});
-    EXPECT_EQ(reopened.value("speed")->toDouble(), 1.25);
-    EXPECT_EQ(SettingsStore::standard({}).value("speed"), std::nullopt);
-}
-
 TEST_F(SettingsTest, UnusableSuiteNamesFallBackToTheStandardStore) {
     for (const char* name : {"", "murmela", "..", "a/b"}) {
         ::setenv("MURMELA_DEFAULTS_SUITE", name, 1);
