@@ -1,12 +1,15 @@
-// The parity mode run in process on the test voice: what it writes, what it logs, the exit
-// codes, and every way a lines file, an id or the voice can be wrong.
+// The parity mode on the test voice, run in process: what it writes, what it logs, the exit
+// codes, and every way a lines file, an id or the voice can be wrong; and the program itself,
+// which must choose the batch run with no display. Ten thousand lines are a benchmark.
 
 #include "app/parity.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
 #include <QSettings>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -43,6 +46,11 @@ std::set<std::string> contentsOf(const fs::path& root) {
         found.insert(fs::relative(entry.path(), root).string());
     }
     return found;
+}
+
+// `path` quoted for the shell (temporary paths hold no quote).
+std::string quoted(const fs::path& path) {
+    return "'" + path.string() + "'";
 }
 
 class ParityTest : public ::testing::Test {
@@ -88,6 +96,24 @@ protected:
         EXPECT_EQ(testing::readText(out / "error.txt"), text);  // no line end
         EXPECT_EQ(logged, std::vector<std::string>{"parity failed: " + text});
         EXPECT_EQ(contentsOf(out), std::set<std::string>{"error.txt"});
+    }
+
+    // The program itself, as on a machine with no display, with only this test's resources and
+    // settings and the `variables` given ("NAME=value ..."): its exit code and standard error.
+    struct Outcome {
+        int exitCode = -1;
+        std::string log;
+    };
+    Outcome runProgram(const std::string& arguments, const std::string& variables = "") {
+        const std::string command =
+            "env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM -u MURMELA_DEFAULTS_SUITE "
+            "MURMELA_RESOURCES=" +
+            quoted(resources->path()) + " XDG_CONFIG_HOME=" + quoted(sandbox / "config") + " " +
+            variables + " " + quoted(MURMELA_PROGRAM) + " " + arguments + " 2>" +
+            quoted(sandbox / "stderr.txt");
+        const int status = std::system(command.c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+                testing::readText(sandbox / "stderr.txt")};
     }
 
     json report() const { return json::parse(testing::readText(out / "parity.json")); }
@@ -310,6 +336,30 @@ TEST_F(ParityTest, AVoiceThatIsMissingEmptyOrFailingEndsTheRunWithoutAReport) {
     EXPECT_NE(text.find(" frames for one id"), std::string::npos) << text;
     EXPECT_EQ(logged.back(), "parity failed: " + text);  // after the splitting it tried
     EXPECT_EQ(contentsOf(out), std::set<std::string>{"error.txt"});
+}
+
+// In the model's suite the parity keys mean nothing: interactive use starts, and with no display
+// it says so instead of running the batch.
+TEST_F(ParityTest, TheProgramTakesTheBatchFromItsStandardSettingsOnlyAndEndsWithItsExitCode) {
+    Outcome usage = runProgram("-murmela.parity " + quoted(out));
+    EXPECT_EQ(usage.exitCode, 2);
+    EXPECT_EQ(usage.log, "murmela: parity: needs -murmela.parity OUTDIR and -murmela.lines FILE\n");
+
+    testing::writeText(linesFile, R"({"lines": []})");
+    const std::string settings = "[General]\nmurmela.parity=" + out.string() +
+                                 "\nmurmela.lines=" + linesFile.string() + "\n";
+
+    testing::writeText(sandbox / "config" / "murmela" / "suite.ini", settings);
+    Outcome interactive = runProgram("", "MURMELA_DEFAULTS_SUITE=suite");
+    EXPECT_EQ(interactive.exitCode, 1) << interactive.log;
+    EXPECT_NE(interactive.log.find("no display"), std::string::npos) << interactive.log;
+    EXPECT_FALSE(fs::exists(out));
+
+    testing::writeText(sandbox / "config" / "murmela" / "murmela.ini", settings);
+    Outcome batch = runProgram("", "MURMELA_DEFAULTS_SUITE=suite");
+    EXPECT_EQ(batch.exitCode, 0) << batch.log;
+    EXPECT_EQ(batch.log, "murmela: parity: 0 lines -> " + out.string() + "\n");
+    EXPECT_TRUE(fs::exists(out / "parity.json"));
 }
 
 }  // namespace
