@@ -107,14 +107,14 @@ struct ChunkData {
         std::vector<std::pair<std::string, Ort::Value>> inputs;
         inputs.emplace_back("ids", over(encoderIn.ids, {1, b}));
         inputs.emplace_back("mask", over(encoderIn.mask, {1, b}));
-        return encoder.run(std::move(inputs));
+        return encoder.run(std::move(inputs), runOptions);
     }
     std::map<std::string, Ort::Value> runDecoder() {
         std::vector<std::pair<std::string, Ort::Value>> inputs;
         inputs.emplace_back("x", over(decoderIn.x, {1, d, decoderWidth}));
         inputs.emplace_back("mask", over(decoderIn.mask, {1, d}));
         inputs.emplace_back("last", over(decoderIn.last, {1, d}));
-        return decoder.run(std::move(inputs));
+        return decoder.run(std::move(inputs), runOptions);
     }
     std::map<std::string, Ort::Value> runVocoder() {
         std::vector<int64_t> shape = {1, melChannels, d};
@@ -123,11 +123,12 @@ struct ChunkData {
             "mel",
             Ort::Value::CreateTensor(cpu(), mel.data(), mel.size() * sizeof(uint16_t), shape.data(),
                                      shape.size(), ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16));
-        return vocoder.run(std::move(inputs));
+        return vocoder.run(std::move(inputs), runOptions);
     }
 
     VoiceInterface interface;
     ModelSession encoder, decoder, vocoder;
+    Ort::RunOptions runOptions;
     std::vector<int64_t> tokens;
     int64_t length, b;
     EncoderInput encoderIn;

@@ -79,7 +79,7 @@ ModelSession::ModelSession(const std::filesystem::path& file)
 }
 
 std::map<std::string, Ort::Value> ModelSession::run(
-    std::vector<std::pair<std::string, Ort::Value>> inputs) {
+    std::vector<std::pair<std::string, Ort::Value>> inputs, const Ort::RunOptions& options) {
     std::vector<const char*> inputNames;
     std::vector<Ort::Value> inputValues;
     inputNames.reserve(inputs.size());
@@ -94,8 +94,8 @@ std::map<std::string, Ort::Value> ModelSession::run(
         outputNames.push_back(name.c_str());
     }
     std::vector<Ort::Value> outputs =
-        session_.Run(Ort::RunOptions{nullptr}, inputNames.data(), inputValues.data(),
-                     inputValues.size(), outputNames.data(), outputNames.size());
+        session_.Run(options, inputNames.data(), inputValues.data(), inputValues.size(),
+                     outputNames.data(), outputNames.size());
     std::map<std::string, Ort::Value> named;
     for (size_t i = 0; i < outputs.size(); ++i) {
         named.emplace(outputNames_[i], std::move(outputs[i]));

@@ -32,8 +32,9 @@ public:
     explicit ModelSession(const std::filesystem::path& file);
 
     // Runs the model on the named inputs and returns every output the model declares, by name.
-    // The runtime's own exception is passed on.
-    std::map<std::string, Ort::Value> run(std::vector<std::pair<std::string, Ort::Value>> inputs);
+    // The runtime's own exception is passed on, also when `options` asks the run to end early.
+    std::map<std::string, Ort::Value> run(std::vector<std::pair<std::string, Ort::Value>> inputs,
+                                          const Ort::RunOptions& options);
 
     const std::vector<std::string>& inputNames() const { return inputNames_; }
     const std::vector<std::string>& outputNames() const { return outputNames_; }

@@ -44,10 +44,32 @@ size_t Voice::speak(std::string_view text, double speed,
                     const std::function<bool(SpokenChunk&&)>& spoken) {
     size_t handedOver = 0;
     phonemizer_.chunks(text, [&](std::vector<int64_t> ids) {
-        SynthesisResult result = synthesize(ids, speed);
+        if (interrupted_) {
+            return false;
+        }
+        SynthesisResult result;
+        try {
+            result = synthesize(ids, speed);
+        } catch (const Ort::Exception&) {
+            // The run that interrupt() ended reports it as an error of its own.
+            if (interrupted_) {
+                return false;
+            }
+            throw;
+        }
         return spoken(SpokenChunk{handedOver++, std::move(ids), std::move(result)});
     });
     return handedOver;
+}
+
+void Voice::interrupt() {
+    interrupted_ = true;
+    model_->interrupt();
+}
+
+void Voice::resume() {
+    model_->resume();
+    interrupted_ = false;
 }
 
 std::unique_ptr<Voice> openWarmVoice(const std::optional<std::filesystem::path>& directory) {

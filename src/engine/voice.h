@@ -5,6 +5,7 @@
 //
 // Immutable after opening apart from the model's runtime sessions: one synthesis at a time.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -49,6 +50,13 @@ public:
     size_t speak(std::string_view text, double speed,
                  const std::function<bool(SpokenChunk&&)>& spoken);
 
+    // Any thread: the speaking under way stops as soon as it can, in the middle of a model run
+    // rather than at the next chunk, handing nothing more over; so does every later one until
+    // resume(). A speech that stops this way returns as if `spoken` had refused a chunk.
+    void interrupt();
+    // Lets speaking go ahead again; called on the speaking thread, between speeches.
+    void resume();
+
     VoiceModel& model() { return *model_; }
     const Phonemizer& phonemizer() const { return phonemizer_; }
 
@@ -56,6 +64,7 @@ private:
     // Declared first because it is made first: opening goes espeak-ng, vocabulary, models.
     Phonemizer phonemizer_;
     std::unique_ptr<VoiceModel> model_;
+    std::atomic<bool> interrupted_{false};
 };
 
 // Opens the voice in `directory`, or the one among the application's resources ("Voice/") when

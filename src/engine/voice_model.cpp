@@ -65,7 +65,7 @@ VoiceModel::Encoded VoiceModel::encode(std::span<const int64_t> tokens) {
     std::vector<std::pair<std::string, Ort::Value>> inputs;
     inputs.emplace_back("ids", tensorOver(input.ids, {1, *bucket}));
     inputs.emplace_back("mask", tensorOver(input.mask, {1, *bucket}));
-    std::map<std::string, Ort::Value> outputs = encoder_.run(std::move(inputs));
+    std::map<std::string, Ort::Value> outputs = encoder_.run(std::move(inputs), runOptions_);
 
     const Ort::Value* e = tensorOutput(outputs, "e");
     const Ort::Value* logd = tensorOutput(outputs, "logd");
@@ -97,7 +97,7 @@ VoiceModel::Spectrogram VoiceModel::decode(std::span<const float> features,
         inputs.emplace_back("x", tensorOver(input.x, {1, d, decoderWidth}));
         inputs.emplace_back("mask", tensorOver(input.mask, {1, d}));
         inputs.emplace_back("last", tensorOver(input.last, {1, d}));
-        std::map<std::string, Ort::Value> outputs = decoder_.run(std::move(inputs));
+        std::map<std::string, Ort::Value> outputs = decoder_.run(std::move(inputs), runOptions_);
         const Ort::Value* decoded = tensorOutput(outputs, "mel");
         if (decoded == nullptr) {
             throw VoiceError::failed("the decoder gave no mel");
@@ -108,7 +108,7 @@ VoiceModel::Spectrogram VoiceModel::decode(std::span<const float> features,
 
     std::vector<std::pair<std::string, Ort::Value>> inputs;
     inputs.emplace_back("mel", halfTensorOver(mel, {1, melChannels, d}));
-    std::map<std::string, Ort::Value> outputs = vocoder_.run(std::move(inputs));
+    std::map<std::string, Ort::Value> outputs = vocoder_.run(std::move(inputs), runOptions_);
     const Ort::Value* mag = tensorOutput(outputs, "mag");
     const Ort::Value* phase = tensorOutput(outputs, "phase");
     if (mag == nullptr || phase == nullptr) {

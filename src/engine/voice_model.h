@@ -52,6 +52,12 @@ public:
     // VoiceError for what a voice's models got wrong, and the runtime's own errors.
     SynthesisResult synthesizeChunk(std::span<const int64_t> ids, double speed);
 
+    // Any thread: makes the model run under way, and every later one, end at once with the
+    // runtime's error, until resume().
+    void interrupt() { runOptions_.SetTerminate(); }
+    // Lets runs go ahead again; called only when no run is under way.
+    void resume() { runOptions_.UnsetTerminate(); }
+
     const std::vector<int64_t>& encoderBuckets() const { return encoderBuckets_; }
     const std::vector<int64_t>& decoderBuckets() const { return decoderBuckets_; }
 
@@ -79,6 +85,7 @@ private:
     ModelSession encoder_;
     ModelSession decoder_;
     ModelSession vocoder_;
+    Ort::RunOptions runOptions_;  // shared by the three runs, so one flag ends whichever is going
 };
 
 }  // namespace murmela

@@ -52,6 +52,9 @@ Module::~Module() {
         quitting_ = true;
         ++message_;  // whatever is being spoken is dropped
         speaking_ = false;
+        if (voice_) {
+            voice_->interrupt();
+        }
     }
     jobPosted_.notify_all();
     if (worker_.joinable()) {
@@ -239,6 +242,9 @@ void Module::stop() {
     write(reply::stop);
     speaking_ = false;
     pending_.reset();
+    // A screen reader stops and speaks again on every key: the next message must not wait for
+    // the stopped one's chunk to be synthesised.
+    voice_->interrupt();
 }
 
 void Module::pause() {
@@ -261,12 +267,15 @@ void Module::work() {
             }
             job = std::move(*pending_);
             pending_.reset();
+            voice_->resume();
         }
         try {
             speakJob(job);
         } catch (const std::exception& error) {
-            log::error("sd_murmela", error.what());
-            finish(job.message, Ending::stop);
+            if (isCurrent(job.message)) {
+                log::error("sd_murmela", error.what());
+                finish(job.message, Ending::stop);
+            }
         }
     }
 }

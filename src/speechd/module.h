@@ -4,7 +4,7 @@
 //
 // The reader never waits for synthesis, so STOP is answered at once: its STOP event is written
 // by the reader itself, and from then on nothing of the stopped message is written. The worker
-// checks between audio blocks, and synthesis of the message ends at the next chunk.
+// checks between audio blocks, and the voice is interrupted in the middle of its model run.
 
 #include <condition_variable>
 #include <cstdint>

@@ -7,11 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/voice_error.h"
@@ -368,6 +370,42 @@ TEST_F(VoiceTest, SpeakingHandsOverEachChunkAsItIsMadeAndStopsWhenTold) {
     Voice small(directory.path());
     EXPECT_THROW(speak(small, 1.0, 3), VoiceError);
     EXPECT_EQ(spoken.size(), 1u);
+}
+
+// A speech-dispatcher client stops and speaks again on every key, so a stop must not wait for
+// the chunk being synthesised, and must never look like the voice failing.
+TEST_F(VoiceTest, AnInterruptionEndsSpeakingQuietlyWhenEverItComesUntilResumed) {
+    Voice voice(directory.path());
+    const std::string text = "Hello there, my friend. This is Murmela, speaking slowly!";
+    auto speakAll = [&] { return voice.speak(text, 1.0, [](SpokenChunk&&) { return true; }); };
+    EXPECT_EQ(voice.speak(text, 1.0,
+                          [&](SpokenChunk&&) {
+                              voice.interrupt();
+                              return true;
+                          }),
+              1u);
+    // Until resumed the runtime refuses every run, and speaking hands nothing over.
+    EXPECT_THROW(voice.model().synthesizeChunk(voice.phonemizer().chunks(text)[0], 1.0),
+                 Ort::Exception);
+    EXPECT_EQ(speakAll(), 0u);
+    voice.resume();
+    EXPECT_EQ(speakAll(), 2u);
+
+    // From another thread, at any moment of a run or between runs.
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        voice.resume();
+        std::thread interrupter([&voice, attempt] {
+            std::this_thread::sleep_for(std::chrono::microseconds(150 * attempt));
+            voice.interrupt();
+        });
+        EXPECT_NO_THROW(speakAll());
+        interrupter.join();
+    }
+
+    // A run that fails when nobody interrupted the voice is still an error.
+    voice.resume();
+    voice.model().interrupt();
+    EXPECT_THROW(speakAll(), Ort::Exception);
 }
 
 }  // namespace
