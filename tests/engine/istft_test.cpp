@@ -43,10 +43,7 @@ TEST(ISTFT, WindowIsThePeriodicHann) {
     EXPECT_EQ(istft.pad(), 362);
     const std::vector<float>& window = istft.window();
     ASSERT_EQ(window.size(), static_cast<size_t>(n));
-    EXPECT_EQ(window[0], 0.0f);
-    EXPECT_EQ(window[256], 0.5f);
-    EXPECT_EQ(window[512], 1.0f);
-    for (int64_t i = 1; i < n; ++i) {  // periodic: the last sample is not zero
+    for (int64_t i = 0; i < n; ++i) {  // periodic: the last sample is not zero
         ASSERT_EQ(window[static_cast<size_t>(i)], static_cast<float>(hann(i, n))) << i;
     }
 }

@@ -44,12 +44,10 @@ TEST(FrameCounts, DurationsOverSpeedRoundedHalfToEvenAtLeastOneAndDoubled) {
         {exactLogDuration(2.5f), 0.125, 4},  // half-up rounding would give 3 and 4
         {exactLogDuration(3.5f), 0.125, 8},
     };
-    std::vector<float> logDurations;
     for (const auto& each : cases) {
         const std::vector<float> one = {each.logDuration};
         EXPECT_EQ(frameCounts(one, each.speed), std::vector<int64_t>{each.frames})
             << each.logDuration << " at " << each.speed;
-        logDurations.push_back(each.logDuration);
     }
     EXPECT_EQ(frameCounts(std::vector<float>{0.0f, std::log(4.0f)}, 1.0),
               (std::vector<int64_t>{2, 6}));  // one count per token, in order

@@ -24,19 +24,6 @@ constexpr float toneBin(int64_t id) {
 constexpr float phase(int64_t id) {
     return id == 0 ? 0.0f : ((id % 8) - 4) * 0.25f;
 }
-constexpr float feature(int64_t id, int channel) {
-    if (id == 0)
-        return 0.0f;
-    if (channel == 0)
-        return amplitude(id);
-    if (channel == 1)
-        return toneBin(id);
-    if (channel == 2)
-        return phase(id);
-    return ((id * 3 + channel) % 64) / 64.0f - 0.5f;
-}
-// log(1 + id % 4), as the generator rounds it to float.
-float logDuration(int64_t id);
 }  // namespace test_voice
 
 }  // namespace murmela::testing
