@@ -124,8 +124,19 @@ TEST(Rewrite, EveryDottedAbbreviationIsReadAsAWord) {
     }
 }
 
-// Unlike a title, these short forms may end a sentence ("It starts at 9 a.m.").
-TEST(Rewrite, SomeDottedAbbreviationsEndASentence) {
+TEST(Rewrite, TheSentenceSetAndTheDottedSetDifferOnPurpose) {
+    // First: the sentence set is keyed without the final full stop, and each of its entries is
+    // read as a word too.
+    std::vector<std::string> onlyDotted;
+    for (const std::u32string& dotted : dottedAbbreviations()) {
+        if (!abbreviations().contains(dotted.substr(0, dotted.size() - 1))) {
+            onlyDotted.push_back(encodeUtf8(dotted));
+        }
+    }
+    EXPECT_EQ(abbreviations().size() + onlyDotted.size(), dottedAbbreviations().size());
+    // Second: these are read as words but may end a sentence ("It starts at 9 a.m.").
+    EXPECT_THAT(onlyDotted,
+                ::testing::UnorderedElementsAre("prof.", "a.m.", "p.m.", "u.s.", "approx."));
     EXPECT_THAT(sentences(U"We met our teacher, the Prof. She spoke at 9 a.m. Then we left."),
                 ::testing::SizeIs(3));
     EXPECT_THAT(sentences(U"We met our teacher, Dr. Lee. She spoke at length."),
