@@ -18,7 +18,6 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -34,6 +33,7 @@ using namespace std::chrono_literals;
 using testing::Clock;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 using testing::runEventsFor;
 using testing::runEventsUntil;
 using testing::secondsBetween;
@@ -261,8 +261,7 @@ TEST_F(SpeechTest, OperationsOutsideTheirPhaseChangeNothing) {
     const auto lines = log.startingWith("voice ready in ");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, log::Level::info);
-    EXPECT_TRUE(std::regex_match(lines[0].text, std::regex("voice ready in [0-9]+ ms")))
-        << lines[0].text;
+    EXPECT_THAT(lines[0].text, MatchesRegex("voice ready in [0-9]+ ms"));
 
     // Blank text: nothing to speak, and nothing happens; stop() while ready neither.
     speech->setText(" \n\t \r\n\u00a0 ");
@@ -325,9 +324,7 @@ TEST_F(SpeechTest, SpeakingClearsTheNoticeSignalsItsPhasesAndLogsTheFirstAudio) 
     EXPECT_EQ(lines[0].level, log::Level::info);
     const std::string ids =
         std::to_string(synthesisedChunks(twoSentences, 1.25).front().ids.size());
-    EXPECT_TRUE(std::regex_match(lines[0].text,
-                                 std::regex("first audio after [0-9]+ ms \\(" + ids + " ids\\)")))
-        << lines[0].text;
+    EXPECT_THAT(lines[0].text, MatchesRegex("first audio after [0-9]+ ms \\(" + ids + " ids\\)"));
 }
 
 TEST_F(SpeechTest, ATextThatGivesNoChunkEndsAtOnceWithTheEmptyNoticeAndWritesNoFile) {
@@ -460,11 +457,10 @@ TEST_F(SpeechTest, ASynthesisErrorEndsSpeakingAndSavingWithTheirFailureNotices) 
 
     EXPECT_THAT(record.phases,
                 ElementsAre(Phase::speaking, Phase::ready, Phase::saving, Phase::ready));
-    const std::regex tooLong(".* failed: voice: [0-9]+ ids is past the encoder");
     for (const char* prefix : {"murmelaMain: speak failed: ", "murmelaMain: save failed: "}) {
         const std::vector<std::string> lines = errors(log, prefix);
         ASSERT_EQ(lines.size(), 1u) << prefix;
-        EXPECT_TRUE(std::regex_match(lines[0], tooLong)) << lines[0];
+        EXPECT_THAT(lines[0], MatchesRegex(".* failed: voice: [0-9]+ ids is past the encoder"));
     }
 }
 
