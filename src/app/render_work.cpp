@@ -41,12 +41,12 @@ std::optional<UtteranceEnd> synthesiseUtterance(
     const std::function<Voice&()>& voice, std::string_view text, double speed,
     const CancelFlag& cancel, const std::function<void(PlayableChunk)>& chunkReady) {
     UtteranceEnd end;
-    bool cancelled = false;
     auto chunkStart = std::chrono::steady_clock::now();
     try {
-        voice().speak(text, speed, [&](SpokenChunk&& chunk) {
+        Voice& speaking = voice();
+        speaking.resume();
+        speaking.speak(text, speed, [&](SpokenChunk&& chunk) {
             if (cancel.isCancelled()) {
-                cancelled = true;
                 return false;
             }
             end.samples += static_cast<int64_t>(chunk.result.samples.size());
@@ -65,7 +65,8 @@ std::optional<UtteranceEnd> synthesiseUtterance(
     } catch (...) {
         end.error = errorDescription(std::current_exception());
     }
-    if (cancelled) {
+    // Stopped between chunks, or interrupted in the middle of one (which may look like an error).
+    if (cancel.isCancelled()) {
         return std::nullopt;
     }
     return end;
@@ -102,18 +103,14 @@ std::optional<SaveOutcome> renderToWav(Voice& voice, std::string_view text, doub
                                        const std::filesystem::path& destination,
                                        const CancelFlag& abandon) {
     std::vector<float> samples;
-    size_t chunks = 0;
-    bool abandoned = false;
     try {
-        chunks = voice.speak(text, speed, [&](SpokenChunk&& chunk) {
-            if (abandon.isCancelled()) {
-                abandoned = true;
-                return false;
-            }
+        voice.resume();
+        const size_t chunks = voice.speak(text, speed, [&](SpokenChunk&& chunk) {
             samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
-            return true;
+            return !abandon.isCancelled();
         });
-        if (abandoned) {
+        // Abandoned between chunks, or interrupted in the middle of one.
+        if (abandon.isCancelled()) {
             return std::nullopt;
         }
         if (chunks == 0) {
@@ -122,6 +119,9 @@ std::optional<SaveOutcome> renderToWav(Voice& voice, std::string_view text, doub
         writeFileAtomically(destination, encodeWav(samples, false, sampleRate));
         return SaveOutcome{SaveOutcome::Kind::written, {}};
     } catch (...) {
+        if (abandon.isCancelled()) {
+            return std::nullopt;
+        }
         return SaveOutcome{SaveOutcome::Kind::failed, errorDescription(std::current_exception())};
     }
 }

@@ -39,6 +39,9 @@ Speech::Speech(SettingsStore defaults, std::optional<std::filesystem::path> voic
 Speech::~Speech() {
     closing_->cancel();
     cancel_->cancel();
+    if (voice_) {
+        voice_->interrupt();
+    }
     renderQueue_.close();
 }
 
@@ -83,6 +86,13 @@ void Speech::setNotice(std::optional<Notice> notice) {
 void Speech::replaceCancelFlag() {
     cancel_ = std::make_shared<CancelFlag>();
     emit cancelChanged();
+}
+
+void Speech::cancelUtterance() {
+    cancel_->cancel();
+    emit cancelChanged();
+    // The next utterance need not wait for the chunk being synthesised.
+    voice_->interrupt();
 }
 
 bool Speech::isCurrent(const std::shared_ptr<CancelFlag>& flag) const {
@@ -204,8 +214,7 @@ void Speech::outputFailed(const QString& description) {
     }
     // The player has stopped already; the flag stops the synthesis and drops what it still
     // delivers, so a later utterance cannot receive it.
-    cancel_->cancel();
-    emit cancelChanged();
+    cancelUtterance();
     setPhase(Phase::ready);
     setNotice(Notice::failed());
     log::error(logSource, "audio output: " + description.toStdString());
@@ -215,8 +224,7 @@ void Speech::stop() {
     if (phase_ != Phase::speaking) {
         return;
     }
-    cancel_->cancel();
-    emit cancelChanged();
+    cancelUtterance();
     player_.stop();
     setPhase(Phase::ready);
 }

@@ -113,6 +113,8 @@ private:
     void setPhase(Phase phase);
     void setNotice(std::optional<Notice> notice);
     void replaceCancelFlag();
+    // Ends the utterance under way: its flag raised, its synthesis interrupted.
+    void cancelUtterance();
     bool isCurrent(const std::shared_ptr<CancelFlag>& flag) const;
 
     void voiceLoaded(std::shared_ptr<Voice> voice, int64_t milliseconds);

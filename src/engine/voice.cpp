@@ -63,11 +63,13 @@ size_t Voice::speak(std::string_view text, double speed,
 }
 
 void Voice::interrupt() {
+    std::lock_guard guard(interruption_);
     interrupted_ = true;
     model_->interrupt();
 }
 
 void Voice::resume() {
+    std::lock_guard guard(interruption_);
     model_->resume();
     interrupted_ = false;
 }

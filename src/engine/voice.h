@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -65,6 +66,7 @@ private:
     Phonemizer phonemizer_;
     std::unique_ptr<VoiceModel> model_;
     std::atomic<bool> interrupted_{false};
+    std::mutex interruption_;  // so that an interruption and a resumption never interleave
 };
 
 // Opens the voice in `directory`, or the one among the application's resources ("Voice/") when
