@@ -3,7 +3,8 @@
 // phonemizer) and each chunk into samples, splitting a chunk that needs more frames than the
 // decoder can take.
 //
-// Immutable after opening apart from the model's runtime sessions: one synthesis at a time.
+// Immutable after opening apart from the model's runtime sessions: one synthesis at a time, and
+// interrupt() is the one member that another thread may call meanwhile.
 
 #include <atomic>
 #include <cstddef>
