@@ -98,7 +98,7 @@ void Narrator::save(std::string text, double speed, std::filesystem::path destin
         try {
             openWavFile(file, destination, false);
         } catch (const std::filesystem::filesystem_error& error) {
-            result.error = "cannot write " + destination.string() + ": " + error.code().message();
+            result.error = writeFailure(destination, error);
         }
         if (!result.error) {
             try {

@@ -75,20 +75,15 @@ int64_t speakOrFail(const std::function<int64_t()>& speaking) {
 
 void writeWavFile(const SayOptions& options, const std::string& text) {
     WavFile file;
-    try {
-        openWavFile(file, options.wavFile, false);
-    } catch (const std::filesystem::filesystem_error& error) {
-        throw SayFailure{sayBadOutput, "cannot write " + options.wavFile.string() + ": " +
-                                           error.code().message()};
-    }
-    const std::shared_ptr<Voice> voice = openVoice();
-    const CancelFlag never;
     int64_t samples = 0;
     try {
+        // The destination is tried before the voice is opened, so a bad path fails at once.
+        openWavFile(file, options.wavFile, false);
+        const std::shared_ptr<Voice> voice = openVoice();
+        const CancelFlag never;
         samples = speakOrFail([&] { return saveSpeech(*voice, text, options.speed, file, never); });
     } catch (const std::filesystem::filesystem_error& error) {
-        throw SayFailure{sayBadOutput, "cannot write " + options.wavFile.string() + ": " +
-                                           error.code().message()};
+        throw SayFailure{sayBadOutput, writeFailure(options.wavFile, error)};
     }
     if (samples == 0) {
         throw nothingToSpeak;

@@ -41,4 +41,9 @@ int64_t streamSpeech(Voice& voice, std::string_view text, double speed, int fd) 
     return written;
 }
 
+std::string writeFailure(const std::filesystem::path& destination,
+                         const std::filesystem::filesystem_error& error) {
+    return "cannot write " + destination.string() + ": " + error.code().message();
+}
+
 }  // namespace murmela

@@ -3,6 +3,8 @@
 // soon as they are written, so a book takes no more memory than a sentence.
 
 #include <cstdint>
+#include <filesystem>
+#include <string>
 #include <string_view>
 
 #include "app/render_work.h"
@@ -23,5 +25,9 @@ int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& f
 // chunk written as soon as it is made. Gives the number of samples written. Throws
 // std::system_error when a write fails (EPIPE when the reader has gone), or the voice's error.
 int64_t streamSpeech(Voice& voice, std::string_view text, double speed, int fd);
+
+// What a listener is told when the WAV file at `destination` cannot be written.
+std::string writeFailure(const std::filesystem::path& destination,
+                         const std::filesystem::filesystem_error& error);
 
 }  // namespace murmela

@@ -94,9 +94,13 @@ std::filesystem::path writablePath(const json& arguments) {
     return path;
 }
 
+double secondsOf(int64_t samples) {
+    return static_cast<double>(samples) / sampleRate;
+}
+
 std::string seconds(int64_t samples) {
     char text[32];
-    std::snprintf(text, sizeof text, "%.1f", static_cast<double>(samples) / sampleRate);
+    std::snprintf(text, sizeof text, "%.1f", secondsOf(samples));
     return text;
 }
 
@@ -113,7 +117,7 @@ SpeechTools::SpeechTools(Narrator& narrator) : narrator_(narrator) {
             return;
         }
         json result = toolResult("Speaking " + seconds(samples) + " seconds of audio.");
-        result["structuredContent"] = {{"seconds", static_cast<double>(samples) / sampleRate}};
+        result["structuredContent"] = {{"seconds", secondsOf(samples)}};
         answerSpeak(std::move(result));
     });
     QObject::connect(&narrator_, &Narrator::voiceFailed, [this](const QString& description) {
@@ -207,9 +211,8 @@ void SpeechTools::save(const json& arguments, std::function<void(json)> reply) {
             } else {
                 json answer = toolResult("Saved " + seconds(result.samples) +
                                          " seconds of audio to " + path.string() + ".");
-                answer["structuredContent"] = {
-                    {"path", path.string()},
-                    {"seconds", static_cast<double>(result.samples) / sampleRate}};
+                answer["structuredContent"] = {{"path", path.string()},
+                                               {"seconds", secondsOf(result.samples)}};
                 reply(std::move(answer));
             }
         });
