@@ -5,12 +5,12 @@
 
 #include <QCoreApplication>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -30,39 +30,13 @@ constexpr size_t longestMessage = size_t{16} << 20;
 
 // Reads standard input on a thread of its own and hands each line to the main thread; at the
 // end of input the main thread's event loop quits once every request has been answered (a
-// speech then stops). An overlong line is handed over
-// as nothing but its start, which cannot parse.
+// speech then stops).
 void readLines(int fd, MainThreadInbox& inbox, companion::McpServer& server) {
-    std::string pending;
-    bool overlong = false;
-    char buffer[1 << 16];
-    for (;;) {
-        const ssize_t count = ::read(fd, buffer, sizeof buffer);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            break;
-        }
-        for (const char* byte = buffer; byte != buffer + count; ++byte) {
-            if (*byte != '\n') {
-                if (pending.size() < longestMessage) {
-                    pending.push_back(*byte);
-                } else {
-                    overlong = true;
-                }
-                continue;
-            }
-            if (overlong) {
-                pending = "{\"message too long\"";
-                overlong = false;
-            }
-            inbox.post([&server, line = std::move(pending)] { server.receive(line); });
-            pending.clear();
-        }
-    }
-    if (!pending.empty()) {
-        inbox.post([&server, line = std::move(pending)] { server.receive(line); });
+    LineReader reader(fd, longestMessage);
+    while (std::optional<LineReader::Line> line = reader.next()) {
+        // An overlong line is handed over as nothing but its start, which cannot parse.
+        std::string message = line->overlong ? "{\"message too long\"" : std::move(line->text);
+        inbox.post([&server, message = std::move(message)] { server.receive(message); });
     }
     inbox.post([&server] { server.finish([] { QCoreApplication::quit(); }); });
 }

@@ -1,12 +1,13 @@
 #pragma once
-// Whole files: read, written in place, or replaced atomically; and where the application's
-// resources live.
+// Whole files: read, written in place, or replaced atomically; descriptors written in full or
+// read line by line; and where the application's resources live.
 
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace murmela {
 
@@ -38,6 +39,7 @@ int createScratchFile(const std::filesystem::path& destination, std::filesystem:
 // Writes all of `bytes` to `fd`, retrying after interruptions and short writes. Returns 0, or
 // the error number of the write that failed.
 int writeAll(int fd, std::span<const uint8_t> bytes);
+int writeAll(int fd, std::string_view text);
 
 // Flushes the scratch file to disk, closes `fd` and renames the file over `destination`. Throws
 // std::filesystem::filesystem_error on failure, after removing the scratch file; the
@@ -55,5 +57,29 @@ std::optional<std::filesystem::path> resourceDirectory();
 
 // The directory of the running executable, when the system can tell.
 std::optional<std::filesystem::path> executableDirectory();
+
+// Reads LF-terminated lines from a file descriptor, never holding more than one line's worth
+// of bytes however long the line is.
+class LineReader {
+public:
+    struct Line {
+        std::string text;       // without its LF
+        bool overlong = false;  // cut at the limit; the rest up to the LF was discarded
+    };
+
+    LineReader(int descriptor, size_t longestLine);
+
+    // The next line; nothing once the input has ended. A last line without LF still counts.
+    std::optional<Line> next();
+
+private:
+    bool fill();
+
+    int descriptor_;
+    size_t longestLine_;
+    std::string buffer_;
+    size_t start_ = 0;
+    bool ended_ = false;
+};
 
 }  // namespace murmela

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <exception>
 
+#include "files/files.h"
 #include "logging/log.h"
 #include "speechd/spoken_text.h"
 
@@ -18,20 +19,6 @@ constexpr size_t samplesPerEvent = 4800;
 constexpr int samplesPerMillisecond = 24;
 // A command line never needs more; a message's lines are bounded by the message limit.
 constexpr size_t longestCommand = 1024;
-
-bool writeAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = ::write(descriptor, text.data(), text.size());
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        text.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
-}
 
 std::string joined(const std::vector<std::string>& lines) {
     std::string text;
@@ -63,7 +50,7 @@ Module::~Module() {
 }
 
 void Module::write(std::string_view text) {
-    if (!outputBroken_ && !writeAll(output_, text)) {
+    if (!outputBroken_ && writeAll(output_, text) != 0) {
         outputBroken_ = true;
         log::error("sd_murmela", "speech-dispatcher no longer reads the module's output");
     }

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <thread>
 
+#include "files/files.h"
 #include "speechd/protocol.h"
 
 extern char** environ;
@@ -82,14 +83,7 @@ ModuleClient::~ModuleClient() {
 bool ModuleClient::send(std::string_view text) {
     // The module's death must show as a failed send, not end the caller.
     signal(SIGPIPE, SIG_IGN);
-    while (!text.empty()) {
-        const ssize_t written = ::write(input_, text.data(), text.size());
-        if (written <= 0) {
-            return false;
-        }
-        text.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
+    return writeAll(input_, text) == 0;
 }
 
 std::optional<std::string> ModuleClient::nextLine(std::chrono::milliseconds patience) {

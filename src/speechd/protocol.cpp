@@ -1,9 +1,6 @@
 #include "speechd/protocol.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 
 #include "frontend/unicode.h"
@@ -11,74 +8,10 @@
 namespace murmela::speechd {
 namespace {
 
-constexpr size_t readSize = 64 * 1024;
 constexpr char escapeByte = 0x7D;
 constexpr int sampleRate = 24000;
 
 }  // namespace
-
-LineReader::LineReader(int descriptor, size_t longestLine)
-    : descriptor_(descriptor), longestLine_(longestLine) {}
-
-bool LineReader::fill() {
-    if (ended_) {
-        return false;
-    }
-    if (start_ > 0) {
-        buffer_.erase(0, start_);
-        start_ = 0;
-    }
-    const size_t had = buffer_.size();
-    buffer_.resize(had + readSize);
-    ssize_t got;
-    do {
-        got = ::read(descriptor_, buffer_.data() + had, readSize);
-    } while (got < 0 && errno == EINTR);
-    buffer_.resize(had + static_cast<size_t>(std::max<ssize_t>(got, 0)));
-    if (got <= 0) {
-        ended_ = true;
-        return false;
-    }
-    return true;
-}
-
-std::optional<LineReader::Line> LineReader::next() {
-    Line line;
-    size_t scanned = 0;  // bytes after start_ known to hold no LF
-    for (;;) {
-        const size_t newline = buffer_.find('\n', start_ + scanned);
-        if (newline != std::string::npos) {
-            if (!line.overlong) {
-                const size_t length = newline - start_;
-                line.overlong = length > longestLine_;
-                line.text.assign(buffer_, start_, std::min(length, longestLine_));
-            }
-            start_ = newline + 1;
-            return line;
-        }
-        // No LF yet: once the line is past the limit keep only its head and drop the rest as
-        // it comes, so a huge line costs no more memory than the limit.
-        if (buffer_.size() - start_ > longestLine_) {
-            if (!line.overlong) {
-                line.overlong = true;
-                line.text.assign(buffer_, start_, longestLine_);
-            }
-            start_ = buffer_.size();
-        }
-        scanned = buffer_.size() - start_;
-        if (!fill()) {
-            const bool rest = buffer_.size() > start_;
-            if (rest && !line.overlong) {
-                line.text.assign(buffer_, start_);
-            }
-            start_ = buffer_.size();
-            if (rest || line.overlong) {
-                return line;
-            }
-            return std::nullopt;
-        }
-    }
-}
 
 DataBlock readDataBlock(LineReader& reader, size_t limit) {
     DataBlock block;

@@ -11,31 +11,9 @@
 #include <string_view>
 #include <vector>
 
+#include "files/files.h"
+
 namespace murmela::speechd {
-
-// Reads LF-terminated lines from a file descriptor, never holding more than one line's worth
-// of bytes however long the line is.
-class LineReader {
-public:
-    struct Line {
-        std::string text;       // without its LF
-        bool overlong = false;  // cut at the limit; the rest up to the LF was discarded
-    };
-
-    LineReader(int descriptor, size_t longestLine);
-
-    // The next line; nothing once the input has ended. A last line without LF still counts.
-    std::optional<Line> next();
-
-private:
-    bool fill();
-
-    int descriptor_;
-    size_t longestLine_;
-    std::string buffer_;
-    size_t start_ = 0;
-    bool ended_ = false;
-};
 
 // The lines after a command, up to the closing dot, with the dot-escaping undone.
 struct DataBlock {
