@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <exception>
 
+#include "common/voice_format.h"
 #include "files/files.h"
 #include "logging/log.h"
 #include "speechd/spoken_text.h"
@@ -15,8 +16,8 @@ namespace murmela::speechd {
 namespace {
 
 // AUDIO events carry at most this many samples (0.2 s), so a stop never waits for a long write.
-constexpr size_t samplesPerEvent = 4800;
-constexpr int samplesPerMillisecond = 24;
+constexpr size_t samplesPerEvent = sampleRate / 5;
+constexpr size_t samplesPerMillisecond = sampleRate / 1000;
 // A command line never needs more; a message's lines are bounded by the message limit.
 constexpr size_t longestCommand = 1024;
 

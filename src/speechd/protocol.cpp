@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/voice_format.h"
 #include "frontend/unicode.h"
 
 namespace murmela::speechd {
 namespace {
 
 constexpr char escapeByte = 0x7D;
-constexpr int sampleRate = 24000;
 
 }  // namespace
 
