@@ -3,9 +3,6 @@
 // samples live only while the line is worked on. Reports both peaks and the samples written.
 
 #include <benchmark/benchmark.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -15,11 +12,13 @@
 #include <string>
 #include <vector>
 
-extern char** environ;
+#include "program_run.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using murmela::bench::ProgramRun;
+using murmela::bench::runProgram;
 using nlohmann::json;
 
 struct Run {
@@ -39,27 +38,16 @@ Run parityRun(const fs::path& scratch, int count) {
     fs::remove_all(out);
     std::ofstream(scratch / "lines.json") << json{{"lines", lines}}.dump();
 
-    std::vector<std::string> words = {MURMELA_PROGRAM, "-murmela.parity", out.string(),
-                                      "-murmela.lines", (scratch / "lines.json").string()};
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    pid_t child = 0;
+    const ProgramRun program = runProgram({MURMELA_PROGRAM, "-murmela.parity", out.string(),
+                                           "-murmela.lines", (scratch / "lines.json").string()},
+                                          std::nullopt, false);
     Run run;
-    if (posix_spawn(&child, MURMELA_PROGRAM, nullptr, nullptr, argv.data(), environ) != 0) {
-        return run;
-    }
-    int status = 0;
-    rusage usage{};
-    if (::wait4(child, &status, 0, &usage) != child) {
-        return run;
-    }
-    run.finished = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    run.peakKilobytes = usage.ru_maxrss;
+    run.finished = program.succeeded;
+    run.peakKilobytes = program.peakKilobytes;
     if (run.finished) {
-        for (const json& line : json::parse(std::ifstream(out / "parity.json"))["lines"]) {
+        // Held here: a loop over a member of the parsed temporary would outlive it.
+        const json report = json::parse(std::ifstream(out / "parity.json"));
+        for (const json& line : report["lines"]) {
             run.sampleBytes += line["samples"].get<double>() * sizeof(float);
         }
     }

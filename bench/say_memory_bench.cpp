@@ -7,81 +7,29 @@
 // Counters: peak_rss_MiB (the program's maximum resident set), audio_s (seconds spoken).
 
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
+#include "common/voice_format.h"
+#include "program_run.h"
 #include "prose.h"
-
-extern char** environ;
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Run {
-    long peakKilobytes = 0;
-    long long bytes = 0;  // of samples, header excluded
-};
-
 // Runs `murmela say` with `arguments`, `text` on its standard input; with `countOutput` its
-// standard output is a pipe read here, else /dev/null.
-Run runSay(const std::vector<std::string>& arguments, const fs::path& text, bool countOutput) {
+// standard output is counted, else sent to /dev/null.
+murmela::bench::ProgramRun runSay(const std::vector<std::string>& arguments, const fs::path& text,
+                                  bool countOutput) {
     std::vector<std::string> words = {MURMELA_PROGRAM, "say"};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    int pipeEnds[2] = {-1, -1};
-    if (countOutput && ::pipe(pipeEnds) != 0) {
-        std::perror("pipe");
-        std::exit(1);
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, text.c_str(), O_RDONLY, 0);
-    if (countOutput) {
-        posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], 1);
-        posix_spawn_file_actions_addclose(&actions, pipeEnds[0]);
-    } else {
-        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    }
-    pid_t pid = -1;
-    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
-        std::perror("posix_spawn");
-        std::exit(1);
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    Run run;
-    if (countOutput) {
-        ::close(pipeEnds[1]);
-        std::vector<char> buffer(1 << 16);
-        for (ssize_t count; (count = ::read(pipeEnds[0], buffer.data(), buffer.size())) != 0;) {
-            if (count > 0) {
-                run.bytes += count;
-            }
-        }
-        ::close(pipeEnds[0]);
-    }
-    int status = 0;
-    rusage usage{};
-    ::wait4(pid, &status, 0, &usage);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        std::fprintf(stderr, "murmela say failed (status %d)\n", status);
-        std::exit(1);
-    }
-    run.peakKilobytes = usage.ru_maxrss;
-    return run;
+    return murmela::bench::runProgram(std::move(words), text, countOutput);
 }
 
 void sayMemory(benchmark::State& state, bool toWavFile) {
@@ -90,24 +38,24 @@ void sayMemory(benchmark::State& state, bool toWavFile) {
         fs::temp_directory_path() / ("murmela-say-bench-" + std::to_string(::getpid()));
     fs::create_directories(scratch);
     const fs::path text = scratch / "prose.txt";
-    {
-        const std::string prose = murmela::bench::prose(words);
-        std::FILE* file = std::fopen(text.c_str(), "w");
-        std::fwrite(prose.data(), 1, prose.size(), file);
-        std::fclose(file);
-    }
+    std::ofstream(text) << murmela::bench::prose(words);
     const fs::path wav = scratch / "prose.wav";
-    Run run;
+    murmela::bench::ProgramRun run;
+    long long sampleBytes = 0;  // header excluded
     for (auto _ : state) {
         if (toWavFile) {
             run = runSay({"--output", wav.string()}, text, false);
-            run.bytes = static_cast<long long>(fs::file_size(wav)) - 44;
+            sampleBytes = run.succeeded ? static_cast<long long>(fs::file_size(wav)) - 44 : 0;
         } else {
             run = runSay({"--raw"}, text, true);
+            sampleBytes = run.outputBytes;
         }
     }
+    if (!run.succeeded) {
+        state.SkipWithError("murmela say failed");
+    }
     state.counters["peak_rss_MiB"] = static_cast<double>(run.peakKilobytes) / 1024.0;
-    state.counters["audio_s"] = static_cast<double>(run.bytes) / 2.0 / 24000.0;
+    state.counters["audio_s"] = static_cast<double>(sampleBytes) / 2.0 / murmela::sampleRate;
     fs::remove_all(scratch);
 }
 
