@@ -75,7 +75,7 @@ std::vector<ParityLine> readParityLines(const std::filesystem::path& linesFile) 
             line.reportedSpeed = *speed;
             if (!(line.speed >= minimumParitySpeed && line.speed <= maximumParitySpeed)) {
                 throw ParityLineError("line " + jsonQuoted(line.id) + ": speed " + speed->dump() +
-                                      " is outside 0.01 to 100");
+                                      " is outside " + paritySpeedRangeText);
             }
         }
         lines.push_back(std::move(line));
@@ -232,15 +232,11 @@ int runParity(const SettingsStore& settings) {
     const std::filesystem::path outDir = fullPath(*outValue);
     const std::filesystem::path linesFile = fullPath(*linesValue);
     try {
-        // The resources always name a voice directory here; one that is not there at all gets
-        // a plainer message than the first file that opening it would miss.
-        std::optional<VoiceFiles> files = VoiceFiles::locate();
-        std::error_code error;
-        if (!files || !std::filesystem::is_directory(files->directory(), error)) {
-            throw VoiceError::missing("Voice/");
-        }
+        // A voice directory that is not there at all gets a plainer message than the first
+        // file that opening it would miss.
+        const VoiceFiles files = VoiceFiles::bundled();
         const Clock::time_point before = Clock::now();
-        Voice voice(files->directory());
+        Voice voice(files.directory());
         const int64_t loadMs = truncatedMilliseconds(millisecondsBetween(before, Clock::now()));
 
         const json info = {

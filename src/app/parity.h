@@ -32,11 +32,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Speeds outside this range are refused: far below it frame counts outgrow what the engine
-// can count, far above it every token gets the shortest length and nothing is measured.
-inline constexpr double minimumParitySpeed = 0.01;
-inline constexpr double maximumParitySpeed = 100.0;
-
 // The entries of `linesFile` that have a string id and a string text, in file order; others
 // are skipped without a trace. A speed that is not a number counts as absent (1).
 // Throws the file system's error when the file can't be read, the JSON parser's when it is not

@@ -21,6 +21,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/speech_rules.h"
+
 namespace murmela {
 
 class ArgumentDomain {
@@ -66,10 +68,7 @@ private:
 // and usable as a file name.
 bool isUsableSuiteName(const QString& name);
 
-// The speaking speed: 0.75 to 1.5 in steps of 0.05, the only range the voice is made for.
-
-constexpr double minimumSpeed = 0.75;
-constexpr double maximumSpeed = 1.5;
+// The window's speed moves in steps of 0.05 through the listener's range.
 constexpr double speedStep = 0.05;
 
 // `value` brought into the range and onto a step, with no floating-point residue (0.8 is 0.8,

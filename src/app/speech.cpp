@@ -9,6 +9,7 @@
 
 #include "app/render_work.h"
 #include "app/settings.h"
+#include "frontend/normalise.h"
 #include "logging/log.h"
 
 namespace murmela {
@@ -64,7 +65,7 @@ void Speech::setSpeed(double speed) {
 }
 
 bool Speech::canSpeak() const {
-    return !text_.trimmed().isEmpty();
+    return hasSomethingToSpeak(text_.toStdString());
 }
 
 void Speech::setPhase(Phase phase) {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "audio/sink_stream.h"
+#include "common/speech_rules.h"
 #include "common/voice_format.h"
 #include "logging/log.h"
 
@@ -92,8 +93,7 @@ void Player::schedule(std::vector<float> samples) {
         return;
     }
     for (float& sample : samples) {
-        // fmin first: it turns NaN into 1.
-        sample = std::fmax(std::fmin(sample, 1.0f), -1.0f);
+        sample = clampedSample(sample);
     }
     ++pending_;
     feed_->push(generation, std::move(samples));

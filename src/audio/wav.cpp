@@ -7,6 +7,7 @@
 #include <limits>
 #include <system_error>
 
+#include "common/speech_rules.h"
 #include "logging/log.h"
 
 namespace murmela {
@@ -34,23 +35,6 @@ void appendUInt32(std::vector<uint8_t>& out, int64_t value, const char* field) {
     }
 }
 
-// Rounds to the nearest integer, halves to the even neighbour, whatever the floating-point
-// environment's rounding mode is.
-double roundHalfToEven(double value) {
-    double rounded = std::floor(value + 0.5);
-    if (rounded - value == 0.5 && std::fmod(rounded, 2.0) != 0.0) {
-        rounded -= 1.0;
-    }
-    return rounded;
-}
-
-int16_t pcmSample(float x) {
-    // The comparison fails for NaN, which therefore becomes full scale like anything above 1.
-    float y = x < 1.0f ? std::fmax(x, -1.0f) : 1.0f;
-    // 32767 for both signs: -1.0 maps to -32767 and -32768 never occurs.
-    return static_cast<int16_t>(roundHalfToEven(static_cast<double>(y) * 32767.0));
-}
-
 void appendSampleBytes(std::vector<uint8_t>& out, std::span<const float> samples, bool isFloat) {
     out.reserve(out.size() + samples.size() * (isFloat ? 4 : 2));
     for (float sample : samples) {
@@ -60,7 +44,7 @@ void appendSampleBytes(std::vector<uint8_t>& out, std::span<const float> samples
                 out.push_back(static_cast<uint8_t>(bits >> shift));
             }
         } else {
-            appendUInt16(out, static_cast<uint16_t>(pcmSample(sample)));
+            appendUInt16(out, static_cast<uint16_t>(pcm16Sample(sample)));
         }
     }
 }

@@ -3,7 +3,7 @@
 #include <charconv>
 #include <cmath>
 
-#include "app/settings.h"
+#include "common/speech_rules.h"
 
 namespace murmela {
 namespace {
@@ -16,7 +16,7 @@ double parseSpeed(const std::string& value) {
         throw UsageError("--speed needs a number, not \"" + value + "\"");
     }
     if (speed < minimumSpeed || speed > maximumSpeed) {
-        throw UsageError("--speed must be from 0.75 to 1.5, not " + value);
+        throw UsageError(std::string("--speed must be from ") + speedRangeText + ", not " + value);
     }
     return speed;
 }
@@ -95,11 +95,14 @@ SayOptions parseSayOptions(const std::vector<std::string>& arguments) {
 }
 
 std::string sayUsage() {
-    return "Usage: murmela say [--speed S] [--output FILE.wav | --raw] [TEXT...]\n"
-           "\n"
-           "Speaks TEXT, or standard input when no text is given, with Murmela's voice.\n"
-           "\n"
-           "  -s, --speed S        speaking speed from 0.75 to 1.5 (default 1)\n"
+    return std::string(
+               "Usage: murmela say [--speed S] [--output FILE.wav | --raw] [TEXT...]\n"
+               "\n"
+               "Speaks TEXT, or standard input when no text is given, with Murmela's voice.\n"
+               "\n"
+               "  -s, --speed S        speaking speed from ") +
+           speedRangeText +
+           " (default 1)\n"
            "  -o, --output FILE    write a WAV file (16-bit, mono, 24000 Hz) instead of playing\n"
            "      --raw            write raw 16-bit little-endian mono samples at 24000 Hz to\n"
            "                       standard output as they are made, for example:\n"

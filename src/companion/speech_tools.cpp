@@ -6,9 +6,10 @@
 #include <set>
 #include <stdexcept>
 
-#include "app/settings.h"
 #include "cli/speech_output.h"
+#include "common/speech_rules.h"
 #include "common/voice_format.h"
+#include "frontend/normalise.h"
 
 namespace murmela::companion {
 namespace {
@@ -25,7 +26,8 @@ json speedSchema() {
     return {{"type", "number"},
             {"minimum", minimumSpeed},
             {"maximum", maximumSpeed},
-            {"description", "Speaking speed from 0.75 to 1.5; 1 is normal, larger is faster."}};
+            {"description", std::string("Speaking speed from ") + speedRangeText +
+                                "; 1 is normal, larger is faster."}};
 }
 
 json textSchema(const char* description) {
@@ -61,7 +63,7 @@ std::string requiredText(const json& arguments, const std::string& name) {
 
 std::string speakableText(const json& arguments) {
     std::string text = requiredText(arguments, "text");
-    if (text.find_first_not_of(" \t\r\n\f\v") == std::string::npos) {
+    if (!hasSomethingToSpeak(text)) {
         throw BadArguments("\"text\" has nothing to speak");
     }
     return text;
@@ -73,11 +75,12 @@ double optionalSpeed(const json& arguments) {
         return 1.0;
     }
     if (!found->is_number()) {
-        throw BadArguments("\"speed\" must be a number from 0.75 to 1.5");
+        throw BadArguments(std::string("\"speed\" must be a number from ") + speedRangeText);
     }
     const double speed = found->get<double>();
     if (!(speed >= minimumSpeed && speed <= maximumSpeed)) {
-        throw BadArguments("\"speed\" must be from 0.75 to 1.5, not " + found->dump());
+        throw BadArguments(std::string("\"speed\" must be from ") + speedRangeText + ", not " +
+                           found->dump());
     }
     return speed;
 }

@@ -75,17 +75,12 @@ void Voice::resume() {
 }
 
 std::unique_ptr<Voice> openWarmVoice(const std::optional<std::filesystem::path>& directory) {
-    std::optional<std::filesystem::path> chosen = directory;
-    if (!chosen) {
-        if (std::optional<VoiceFiles> bundled = VoiceFiles::locate()) {
-            chosen = bundled->directory();
-        }
-    }
     std::error_code ignored;
-    if (!chosen || !std::filesystem::is_directory(*chosen, ignored)) {
+    if (directory && !std::filesystem::is_directory(*directory, ignored)) {
         throw VoiceError::missing("Voice/");
     }
-    auto voice = std::make_unique<Voice>(*chosen);
+    auto voice =
+        std::make_unique<Voice>(directory ? *directory : VoiceFiles::bundled().directory());
     voice->speak("Hi.", 1.0, [](SpokenChunk&&) { return false; });
     return voice;
 }

@@ -46,6 +46,25 @@ std::optional<VoiceFiles> VoiceFiles::locate() {
     return VoiceFiles(*resources / "Voice");
 }
 
+VoiceFiles VoiceFiles::bundled() {
+    std::optional<VoiceFiles> files = locate();
+    std::error_code error;
+    if (!files || !std::filesystem::is_directory(files->directory(), error)) {
+        throw VoiceError::missing("Voice/");
+    }
+    return *files;
+}
+
+VoiceDescription VoiceFiles::readDescription() const {
+    const json document = json::parse(readFile(directory_ / "voice.json"));
+    auto text = [&document](const char* key) {
+        const auto found = document.is_object() ? document.find(key) : document.end();
+        return found != document.end() && found->is_string() ? found->get<std::string>()
+                                                             : std::string();
+    };
+    return {text("name"), text("description"), text("license"), text("licenseLink")};
+}
+
 VoiceInterface VoiceFiles::readInterface() const {
     std::string text;
     try {

@@ -22,6 +22,15 @@ struct VoiceInterface {
     Programs programs;
 };
 
+// What a voice says of itself for people in its voice.json. A member the file lacks, or holds
+// as anything but text, is empty.
+struct VoiceDescription {
+    std::string name;
+    std::string description;
+    std::string license;
+    std::string licenseLink;
+};
+
 class VoiceFiles {
 public:
     explicit VoiceFiles(std::filesystem::path directory) : directory_(std::move(directory)) {}
@@ -30,8 +39,16 @@ public:
     // Does not check that the directory exists.
     static std::optional<VoiceFiles> locate();
 
+    // The voice among the resources, which every program speaks with unless told otherwise.
+    // Throws VoiceError::missing("Voice/") when there is no such directory.
+    static VoiceFiles bundled();
+
     // Reads and checks voice.json. Throws VoiceError, or the JSON parser's own error.
     VoiceInterface readInterface() const;
+
+    // Reads voice.json's description. Throws the file system's error or the JSON parser's;
+    // anything but an object describes nothing.
+    VoiceDescription readDescription() const;
 
     // Loads the model that `programs` names for `name`. Throws VoiceError, or the runtime's own
     // error when the runtime refuses the file.

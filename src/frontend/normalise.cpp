@@ -96,6 +96,11 @@ std::u32string normalise(std::string_view utf8Text) {
     return std::u32string(trimmed);
 }
 
+bool hasSomethingToSpeak(std::string_view utf8Text) {
+    const std::u32string scalars = decodeUtf8(utf8Text);
+    return std::any_of(scalars.begin(), scalars.end(), [](char32_t c) { return !isWhiteSpace(c); });
+}
+
 std::vector<std::u32string> sentences(std::u32string_view text) {
     std::vector<std::u32string> finished;
     SentenceGrouping grouping;

@@ -16,6 +16,10 @@ namespace murmela {
 // U+0020, trimmed. Ill-formed UTF-8 becomes U+FFFD.
 std::u32string normalise(std::string_view utf8Text);
 
+// Whether `utf8Text` holds anything but white space: the one test every way of speaking makes
+// before it asks the voice for anything.
+bool hasSomethingToSpeak(std::string_view utf8Text);
+
 // The sentences of normalised text, in order, each its words joined by single spaces.
 // Sentences without a letter or a number are dropped.
 std::vector<std::u32string> sentences(std::u32string_view text);

@@ -9,6 +9,7 @@
 
 #include "common/voice_format.h"
 #include "files/files.h"
+#include "frontend/normalise.h"
 #include "logging/log.h"
 #include "speechd/spoken_text.h"
 
@@ -296,7 +297,7 @@ void Module::speakJob(const Job& job) {
         bool going = isCurrent(job.message);
         switch (piece.kind) {
             case SsmlPiece::Kind::text:
-                if (going && piece.text.find_first_not_of(" \t\n\r") != std::string::npos) {
+                if (going && hasSomethingToSpeak(piece.text)) {
                     voice_->speak(piece.text, job.speed, [&](SpokenChunk&& chunk) {
                         going = sendSamples(chunk.result.samples);
                         return going;

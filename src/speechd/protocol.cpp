@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/speech_rules.h"
 #include "common/voice_format.h"
 #include "frontend/unicode.h"
 
@@ -70,8 +71,7 @@ std::string audioEvent(std::span<const float> samples, float gain) {
         event.push_back(byte);
     };
     for (float sample : samples) {
-        const float scaled = std::clamp(sample * gain, -1.0f, 1.0f) * 32767.0f;
-        const auto value = static_cast<uint16_t>(static_cast<int16_t>(std::lround(scaled)));
+        const auto value = static_cast<uint16_t>(pcm16Sample(sample * gain));
         put(static_cast<char>(value & 0xFF));
         put(static_cast<char>(value >> 8));
     }

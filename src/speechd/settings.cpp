@@ -5,11 +5,10 @@
 #include <optional>
 #include <string>
 
+#include "common/speech_rules.h"
+
 namespace murmela::speechd {
 namespace {
-
-constexpr double fastestSpeed = 3.0;
-constexpr double slowestSpeed = 0.5;
 
 std::optional<int> percentage(std::string_view value) {
     if (!value.empty() && value.front() == '+') {
@@ -95,7 +94,8 @@ SettingOutcome applySetting(Settings& settings, std::string_view line) {
 
 double speedForRate(int rate) {
     const double step = rate / 100.0;
-    return rate >= 0 ? std::pow(fastestSpeed, step) : std::pow(slowestSpeed, -step);
+    return rate >= 0 ? std::pow(fastestScreenReaderSpeed, step)
+                     : std::pow(slowestScreenReaderSpeed, -step);
 }
 
 float gainForVolume(int volume) {

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "engine/voice_files.h"
 #include "files/files.h"
 #include "logging/log.h"
 
@@ -121,19 +122,21 @@ QFont UiTables::font(const QString& key, bool semibold) const {
 }
 
 VoiceCredit VoiceCredit::read(const std::filesystem::path& voiceDirectory) {
-    std::optional<QJsonObject> description =
-        readJsonObject(voiceDirectory / "voice.json", "voice credit");
-    if (!description) {
+    VoiceDescription description;
+    try {
+        description = VoiceFiles(voiceDirectory).readDescription();
+    } catch (const std::exception& error) {
+        log::error("murmelaUi", std::string("voice credit: ") + error.what());
         return {};
     }
-    auto member = [&](const char* key) {
-        return description->value(QLatin1String(key)).toString().trimmed();
-    };
-    return {member("name"), member("description"), member("license"), member("licenseLink")};
+    auto member = [](const std::string& text) { return QString::fromStdString(text).trimmed(); };
+    return {member(description.name), member(description.description), member(description.license),
+            member(description.licenseLink)};
 }
 
 VoiceCredit VoiceCredit::installed() {
-    return read(resourceDirectory().value_or(std::filesystem::path()) / "Voice");
+    std::optional<VoiceFiles> files = VoiceFiles::locate();
+    return files ? read(files->directory()) : VoiceCredit();
 }
 
 }  // namespace murmela::ui

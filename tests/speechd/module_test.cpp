@@ -5,6 +5,7 @@
 
 #include <sys/mman.h>
 #include <unistd.h>
+#include <cmath>
 
 #include <gtest/gtest.h>
 
@@ -86,13 +87,16 @@ TEST(SpeechdProtocol, LinesAndDataBlocks) {
 
 TEST(SpeechdProtocol, AudioEventsAndUtf8) {
     const std::vector<float> samples = {
-        0.0f, 1.0f, -1.0f, 2.0f, 10 / 32767.0f, 0x7D / 32767.0f, 0x0A7D / 32767.0f, 0.5f};
+        0.0f, 1.0f,         -1.0f, 2.0f, 10 / 32767.0f, 0x7D / 32767.0f, 0x0A7D / 32767.0f,
+        0.5f, std::nanf("")};
     std::string header;
     std::vector<int16_t> decoded = decodeAudio(audioEvent(samples, 1.0f), header);
-    // Clipped to full scale; the bytes 0x0A and 0x7D are escaped and come back unchanged.
-    EXPECT_EQ(decoded, (std::vector<int16_t>{0, 32767, -32767, 32767, 10, 0x7D, 0x0A7D, 16384}));
+    // Clipped to full scale, NaN included; the bytes 0x0A and 0x7D are escaped and come back
+    // unchanged.
+    EXPECT_EQ(decoded,
+              (std::vector<int16_t>{0, 32767, -32767, 32767, 10, 0x7D, 0x0A7D, 16384, 32767}));
     EXPECT_EQ(header,
-              "705-bits=16\n705-num_channels=1\n705-sample_rate=24000\n705-num_samples=8\n"
+              "705-bits=16\n705-num_channels=1\n705-sample_rate=24000\n705-num_samples=9\n"
               "705-big_endian=0\n");
     decoded = decodeAudio(audioEvent(samples, 0.5f), header);
     EXPECT_EQ(decoded[1], 16384);
