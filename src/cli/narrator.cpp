@@ -89,20 +89,27 @@ bool Narrator::stop() {
 }
 
 void Narrator::save(std::string text, double speed, std::filesystem::path destination,
-                    std::function<void(SaveResult)> done) {
+                    std::function<void(SaveResult)> done, std::function<void()> checkDestination) {
     renderQueue_.post([self = this, text = std::move(text), speed,
                        destination = std::move(destination), done = std::move(done),
+                       checkDestination = std::move(checkDestination),
                        closing = closing_]() mutable {
         SaveResult result;
         WavFile file;
         try {
+            if (checkDestination) {
+                checkDestination();
+            }
             openWavFile(file, destination, false);
         } catch (const std::filesystem::filesystem_error& error) {
             result.error = writeFailure(destination, error);
+        } catch (...) {
+            result.error = errorDescription(std::current_exception());
         }
         if (!result.error) {
             try {
-                result.samples = saveSpeech(self->voice(), text, speed, file, *closing);
+                result.samples =
+                    saveSpeech(self->voice(), text, speed, file, *closing, checkDestination);
             } catch (...) {
                 result.error = errorDescription(std::current_exception());
             }

@@ -59,9 +59,11 @@ public:
     // Writes `text` spoken at `speed` to `destination` as a WAV file (see saveSpeech; the file is
     // opened on the render thread, just before the voice speaks into it) and calls
     // `done` with the result. A save cannot be stopped; it is abandoned, writing nothing, only
-    // when the narrator goes.
+    // when the narrator goes. `checkDestination`, when given, runs on the render thread just
+    // before the file is opened and again just before it is put in place; what it throws
+    // ends the save, writing nothing, with its description as the error.
     void save(std::string text, double speed, std::filesystem::path destination,
-              std::function<void(SaveResult)> done);
+              std::function<void(SaveResult)> done, std::function<void()> checkDestination = {});
 
 signals:
     // Every chunk of the speech has been made: `samples` in all, 0 when the text gave nothing

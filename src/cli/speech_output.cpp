@@ -11,7 +11,7 @@
 namespace murmela {
 
 int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
-                   const CancelFlag& abandon) {
+                   const CancelFlag& abandon, const std::function<void()>& beforePlacing) {
     bool abandoned = false;
     voice.speak(text, speed, [&](SpokenChunk&& chunk) {
         if (abandon.isCancelled()) {
@@ -23,6 +23,9 @@ int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& f
     });
     if (abandoned || file.samples == 0) {
         return 0;
+    }
+    if (beforePlacing) {
+        beforePlacing();
     }
     finishWavFile(file, sampleRate);
     return file.samples;
