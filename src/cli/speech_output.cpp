@@ -21,7 +21,8 @@ int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& f
         appendToWavFile(file, chunk.result.samples);
         return true;
     });
-    if (abandoned || file.samples == 0) {
+    // An interruption of the voice ends its speaking without refusing a chunk.
+    if (abandoned || abandon.isCancelled() || file.samples == 0) {
         return 0;
     }
     if (beforePlacing) {
