@@ -130,32 +130,36 @@ void Narrator::save(std::string text, double speed, std::filesystem::path destin
                        destination = std::move(destination), done = std::move(done),
                        checkDestination = std::move(checkDestination),
                        closing = closing_]() mutable {
-        SaveResult result;
-        WavFile file;
-        try {
-            if (checkDestination) {
-                checkDestination();
+        // The scratch file of a save that wrote nothing goes with `file`, before the answer.
+        const SaveResult result = [&] {
+            SaveResult outcome;
+            WavFile file;
+            try {
+                if (checkDestination) {
+                    checkDestination();
+                }
+                openWavFile(file, destination, false);
+            } catch (const std::filesystem::filesystem_error& error) {
+                outcome.error = writeFailure(destination, error);
+                return outcome;
+            } catch (...) {
+                outcome.error = errorDescription(std::current_exception());
+                return outcome;
             }
-            openWavFile(file, destination, false);
-        } catch (const std::filesystem::filesystem_error& error) {
-            result.error = writeFailure(destination, error);
-        } catch (...) {
-            result.error = errorDescription(std::current_exception());
-        }
-        if (!result.error) {
             try {
                 Voice& voice = self->voice();
                 // Undoes the interruption of a speech stopped before; the narrator's end, the
                 // only thing that interrupts a save, raises `closing` first, checked after this.
                 voice.resume();
                 if (!closing->isCancelled()) {
-                    result.samples =
+                    outcome.samples =
                         saveSpeech(voice, text, speed, file, *closing, checkDestination);
                 }
             } catch (...) {
-                result.error = errorDescription(std::current_exception());
+                outcome.error = errorDescription(std::current_exception());
             }
-        }
+            return outcome;
+        }();
         if (!closing->isCancelled()) {
             self->inbox_.post([done = std::move(done), result] { done(result); });
         }

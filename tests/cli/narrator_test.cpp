@@ -30,9 +30,9 @@ const std::string longSentence =
     "from the hills one after another in the cold and windy weather, and their neighbour "
     "carried the heavy baskets of apples and pears back to the kitchen";
 
-constexpr int attempts = 3;
+constexpr int attempts = 5;
 
-constexpr double slowly = 0.3;
+constexpr double slowly = 0.15;
 
 double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
