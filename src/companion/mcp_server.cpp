@@ -107,8 +107,10 @@ void McpServer::request(const json& id, const std::string& method, const json& p
         const json capabilities = params.value("capabilities", json::object());
         clientHasRoots_ = capabilities.is_object() && capabilities.contains("roots");
         if (clientHasRoots_) {
-            // Saves wait until the client, once initialised, has told its roots.
+            // Saves wait until the client, once initialised, has told its roots; a client
+            // that never says it is initialised does not hold them for ever either.
             rootsKnown_ = false;
+            rootsPatience_.start();
         } else {
             tools_.allowSavingIn(SaveLocation::insideHome(homeFolder_));
         }

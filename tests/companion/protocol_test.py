@@ -247,6 +247,12 @@ class Companion(unittest.TestCase):
         self.assertTrue(refused["isError"])
         self.assertIn("has not said which folders", text_of(refused))
         self.assertLess(time.monotonic() - started, 30)
+        # Nor does a client that never says it is initialised, so it is never asked.
+        silent = Session(self.home)
+        silent.initialize(capabilities={"roots": {}})
+        refused = silent.call(1, "save_audio", {"text": "hi", "path": str(root / "a.wav")})
+        self.assertIn("has not said which folders", text_of(refused))
+        self.assertEqual(silent.close()[0], 0)
         self.assertEqual(os.listdir(root), [])
         self.assertEqual(sorted(os.listdir(self.scratch)), ["root"])
 
