@@ -161,9 +161,11 @@ void McpServer::responded(const json& id, const json& message) {
         log::info("companion: the client has " + std::to_string(roots.size()) + " file roots");
         tools_.allowSavingIn(SaveLocation::insideRoots(std::move(roots)));
     } else {
+        // Whatever the error holds, only a string message is shown.
         const json error = message.value("error", json::object());
+        const auto text = error.is_object() ? error.find("message") : error.end();
         const std::string description =
-            error.is_object() ? error.value("message", std::string()) : std::string();
+            text != error.end() && text->is_string() ? text->get<std::string>() : "no reason given";
         log::info("companion: roots/list failed: " + description);
         tools_.allowSavingIn(
             SaveLocation::nowhere("the client could not list its roots (" + description + ")"));

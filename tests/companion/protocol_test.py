@@ -234,6 +234,8 @@ class Companion(unittest.TestCase):
         again = session.receive()
         self.assertEqual(again["method"], "roots/list")
         self.assertNotEqual(again["id"], asked["id"])
+        session.send({"jsonrpc": "2.0", "id": again["id"], "error": {"message": 7}})
+        session.send({"jsonrpc": "2.0", "id": again["id"], "error": "odd"})
         session.send({"jsonrpc": "2.0", "id": again["id"],
                       "error": {"code": -32603, "message": "cannot tell"}})
         refused = session.call(2, "save_audio", {"text": "...", "path": str(root / "a.wav")})
