@@ -45,6 +45,11 @@ std::optional<UtteranceEnd> synthesiseUtterance(
     try {
         Voice& speaking = voice();
         speaking.resume();
+        // A stop raises the flag before it interrupts, so one that came before the resumption
+        // is seen here, and one after it interrupts the speaking.
+        if (cancel.isCancelled()) {
+            return std::nullopt;
+        }
         speaking.speak(text, speed, [&](SpokenChunk&& chunk) {
             if (cancel.isCancelled()) {
                 return false;

@@ -23,14 +23,36 @@ Narrator::~Narrator() {
         current_->cancel();
     }
     closing_->cancel();
+    {
+        // Whatever runs, a save included, is abandoned: it need not finish its chunk.
+        std::lock_guard lock(voiceLock_);
+        if (voice_) {
+            voice_->interrupt();
+        }
+    }
     renderQueue_.close();
 }
 
 Voice& Narrator::voice() {
-    if (!voice_) {
-        voice_ = openVoice_();
+    {
+        std::lock_guard lock(voiceLock_);
+        if (voice_) {
+            return *voice_;
+        }
     }
+    // Opening takes long; a stop meanwhile has no voice to interrupt, and the job's cancel
+    // flag ends it before it speaks.
+    std::shared_ptr<Voice> opened = openVoice_();
+    std::lock_guard lock(voiceLock_);
+    voice_ = std::move(opened);
     return *voice_;
+}
+
+void Narrator::interruptSpeech() {
+    std::lock_guard lock(voiceLock_);
+    if (synthesising_) {
+        voice_->interrupt();
+    }
 }
 
 void Narrator::speak(std::string text, double speed) {
@@ -44,9 +66,22 @@ void Narrator::speak(std::string text, double speed) {
     });
     current_ = flag;
     speakInBackground(
-        renderQueue_, inbox_, [this]() -> Voice& { return voice(); }, std::move(text), speed, flag,
+        renderQueue_, inbox_,
+        [this, flag]() -> Voice& {
+            Voice& speaking = voice();
+            std::lock_guard lock(voiceLock_);
+            synthesising_ = flag;
+            return speaking;
+        },
+        std::move(text), speed, flag,
         [this, flag](PlayableChunk chunk) { chunkReady(flag, std::move(chunk)); },
         [this, flag](const UtteranceEnd& end) { utteranceSynthesised(flag, end); });
+    // The speech is no longer interruptible once its job is over, so a stop that comes later
+    // cannot cut into the job after it (a save).
+    renderQueue_.post([this] {
+        std::lock_guard lock(voiceLock_);
+        synthesising_ = nullptr;
+    });
 }
 
 void Narrator::chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk) {
@@ -78,6 +113,7 @@ void Narrator::end() {
     current_->cancel();
     current_ = nullptr;
     player_.stop();
+    interruptSpeech();
 }
 
 bool Narrator::stop() {
@@ -89,24 +125,41 @@ bool Narrator::stop() {
 }
 
 void Narrator::save(std::string text, double speed, std::filesystem::path destination,
-                    std::function<void(SaveResult)> done) {
+                    std::function<void(SaveResult)> done, std::function<void()> checkDestination) {
     renderQueue_.post([self = this, text = std::move(text), speed,
                        destination = std::move(destination), done = std::move(done),
+                       checkDestination = std::move(checkDestination),
                        closing = closing_]() mutable {
-        SaveResult result;
-        WavFile file;
-        try {
-            openWavFile(file, destination, false);
-        } catch (const std::filesystem::filesystem_error& error) {
-            result.error = writeFailure(destination, error);
-        }
-        if (!result.error) {
+        // The scratch file of a save that wrote nothing goes with `file`, before the answer.
+        const SaveResult result = [&] {
+            SaveResult outcome;
+            WavFile file;
             try {
-                result.samples = saveSpeech(self->voice(), text, speed, file, *closing);
+                if (checkDestination) {
+                    checkDestination();
+                }
+                openWavFile(file, destination, false);
+            } catch (const std::filesystem::filesystem_error& error) {
+                outcome.error = writeFailure(destination, error);
+                return outcome;
             } catch (...) {
-                result.error = errorDescription(std::current_exception());
+                outcome.error = errorDescription(std::current_exception());
+                return outcome;
             }
-        }
+            try {
+                Voice& voice = self->voice();
+                // Undoes the interruption of a speech stopped before; the narrator's end, the
+                // only thing that interrupts a save, raises `closing` first, checked after this.
+                voice.resume();
+                if (!closing->isCancelled()) {
+                    outcome.samples =
+                        saveSpeech(voice, text, speed, file, *closing, checkDestination);
+                }
+            } catch (...) {
+                outcome.error = errorDescription(std::current_exception());
+            }
+            return outcome;
+        }();
         if (!closing->isCancelled()) {
             self->inbox_.post([done = std::move(done), result] { done(result); });
         }

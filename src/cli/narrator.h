@@ -6,7 +6,8 @@
 // Every member is called on the main thread, which runs a Qt event loop; every signal and
 // callback comes there. One job (a speech, a save) runs at a time, in the order they were asked
 // for. The voice is opened by the first job that needs it; when opening fails, each later job
-// tries again.
+// tries again. Stopping a speech interrupts the voice in the middle of the chunk it is making,
+// so that the next job need not wait for it; a save is never interrupted that way.
 
 #include <QObject>
 #include <QString>
@@ -15,6 +16,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -59,9 +61,11 @@ public:
     // Writes `text` spoken at `speed` to `destination` as a WAV file (see saveSpeech; the file is
     // opened on the render thread, just before the voice speaks into it) and calls
     // `done` with the result. A save cannot be stopped; it is abandoned, writing nothing, only
-    // when the narrator goes.
+    // when the narrator goes. `checkDestination`, when given, runs on the render thread just
+    // before the file is opened and again just before it is put in place; what it throws
+    // ends the save, writing nothing, with its description as the error.
     void save(std::string text, double speed, std::filesystem::path destination,
-              std::function<void(SaveResult)> done);
+              std::function<void(SaveResult)> done, std::function<void()> checkDestination = {});
 
 signals:
     // Every chunk of the speech has been made: `samples` in all, 0 when the text gave nothing
@@ -77,13 +81,17 @@ signals:
 private:
     // Runs on the render thread: the voice, opened on first use.
     Voice& voice();
+    // Interrupts the speech being synthesised, if any (any thread).
+    void interruptSpeech();
     void chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk);
     void utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end);
     // Ends the speech under way.
     void end();
 
     std::function<std::shared_ptr<Voice>()> openVoice_;
-    std::shared_ptr<Voice> voice_;  // the render thread's alone
+    std::mutex voiceLock_;  // guards the two below, which the render thread sets
+    std::shared_ptr<Voice> voice_;
+    std::shared_ptr<CancelFlag> synthesising_;  // the speech the render thread is making
     Player player_;
     std::shared_ptr<CancelFlag> current_;  // the speech under way, if any
     std::shared_ptr<CancelFlag> closing_ = std::make_shared<CancelFlag>();

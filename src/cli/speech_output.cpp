@@ -11,7 +11,7 @@
 namespace murmela {
 
 int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
-                   const CancelFlag& abandon) {
+                   const CancelFlag& abandon, const std::function<void()>& beforePlacing) {
     bool abandoned = false;
     voice.speak(text, speed, [&](SpokenChunk&& chunk) {
         if (abandon.isCancelled()) {
@@ -21,8 +21,12 @@ int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& f
         appendToWavFile(file, chunk.result.samples);
         return true;
     });
-    if (abandoned || file.samples == 0) {
+    // An interruption of the voice ends its speaking without refusing a chunk.
+    if (abandoned || abandon.isCancelled() || file.samples == 0) {
         return 0;
+    }
+    if (beforePlacing) {
+        beforePlacing();
     }
     finishWavFile(file, sampleRate);
     return file.samples;

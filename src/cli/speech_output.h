@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -17,9 +18,11 @@ namespace murmela {
 // destination that cannot be written has failed before anything is synthesised), and puts it
 // in place. Gives the number of samples written; when the text gives nothing to speak, or
 // `abandon` is raised between chunks, nothing is put in place (the scratch file goes with
-// `file`). Throws the file system's error (std::filesystem::filesystem_error) or the voice's.
+// `file`). `beforePlacing`, when given, runs just before the file is put in place and may
+// throw to keep it from there. Throws the file system's error
+// (std::filesystem::filesystem_error), the voice's or that of `beforePlacing`.
 int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
-                   const CancelFlag& abandon);
+                   const CancelFlag& abandon, const std::function<void()>& beforePlacing = {});
 
 // Speaks `text` at `speed` to the descriptor `fd` as raw 16-bit little-endian mono samples, each
 // chunk written as soon as it is made. Gives the number of samples written. Throws

@@ -68,14 +68,18 @@ int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     auto narrator = std::make_unique<Narrator>([] { return openWarmVoice(std::nullopt); });
     companion::SpeechTools tools(*narrator);
-    companion::McpServer server(tools, [protocolOut](const nlohmann::json& message) {
-        std::string line =
-            message.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-        const auto* bytes = reinterpret_cast<const uint8_t*>(line.data());
-        if (writeAll(protocolOut, {bytes, line.size()}) != 0) {
-            QCoreApplication::quit();
-        }
-    });
+    const char* home = std::getenv("HOME");
+    companion::McpServer server(
+        tools,
+        [protocolOut](const nlohmann::json& message) {
+            std::string line =
+                message.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+            const auto* bytes = reinterpret_cast<const uint8_t*>(line.data());
+            if (writeAll(protocolOut, {bytes, line.size()}) != 0) {
+                QCoreApplication::quit();
+            }
+        },
+        home != nullptr ? std::filesystem::path(home) : std::filesystem::path());
     MainThreadInbox inbox;
     std::thread reader(readLines, STDIN_FILENO, std::ref(inbox), std::ref(server));
     const int code = QCoreApplication::exec();

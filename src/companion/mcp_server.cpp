@@ -17,8 +17,23 @@ bool isValidId(const json& id) {
 
 }  // namespace
 
-McpServer::McpServer(SpeechTools& tools, std::function<void(const json&)> send)
-    : tools_(tools), send_(std::move(send)) {}
+McpServer::McpServer(SpeechTools& tools, std::function<void(const json&)> send,
+                     std::filesystem::path homeFolder)
+    : tools_(tools), send_(std::move(send)), homeFolder_(std::move(homeFolder)) {
+    tools_.allowSavingIn(SaveLocation::insideHome(homeFolder_));
+    rootsPatience_.setSingleShot(true);
+    rootsPatience_.setInterval(rootsPatienceMilliseconds);
+    // A client that never answers must not hold a save for ever. Guessing a place instead could
+    // write where the client meant to forbid, so the save is refused; a late answer still counts
+    // for the saves after it.
+    QObject::connect(&rootsPatience_, &QTimer::timeout, [this] {
+        log::info("companion: the client has not answered roots/list");
+        tools_.allowSavingIn(
+            SaveLocation::nowhere("the client has not said which folders the "
+                                  "companion may write to"));
+        releaseSaves();
+    });
+}
 
 std::string McpServer::negotiatedRevision(const json& requested) {
     for (const char* revision : protocolRevisions) {
@@ -55,9 +70,10 @@ void McpServer::receive(std::string_view line) {
     const json id = isNotification ? json(nullptr) : *idField;
     const auto method = message.find("method");
     if (method == message.end()) {
-        // A response; the server asks the client nothing, so there is nothing to match it to.
         if (!message.contains("result") && !message.contains("error")) {
             refuse(id, invalidRequest, "Invalid Request: no method");
+        } else {
+            responded(id, message);
         }
         return;
     }
@@ -70,8 +86,7 @@ void McpServer::receive(std::string_view line) {
     }
     const json params = message.value("params", json::object());
     if (isNotification) {
-        // notifications/initialized, notifications/cancelled and the like need no answer, and
-        // one the server does not know is ignored.
+        notified(method->get<std::string>());
         return;
     }
     if (!params.is_object()) {
@@ -89,6 +104,16 @@ void McpServer::request(const json& id, const std::string& method, const json& p
             return;
         }
         const std::string revision = negotiatedRevision(*requested);
+        const json capabilities = params.value("capabilities", json::object());
+        clientHasRoots_ = capabilities.is_object() && capabilities.contains("roots");
+        if (clientHasRoots_) {
+            // Saves wait until the client, once initialised, has told its roots; a client
+            // that never says it is initialised does not hold them for ever either.
+            rootsKnown_ = false;
+            rootsPatience_.start();
+        } else {
+            tools_.allowSavingIn(SaveLocation::insideHome(homeFolder_));
+        }
         log::info("companion: protocol " + revision + " (asked for " +
                   requested->get<std::string>() + ")");
         answer(id, {{"protocolVersion", revision},
@@ -109,6 +134,54 @@ void McpServer::request(const json& id, const std::string& method, const json& p
     }
 }
 
+void McpServer::notified(const std::string& method) {
+    // Others (notifications/cancelled and the like) need nothing, and unknown ones are ignored.
+    if (clientHasRoots_ &&
+        (method == "notifications/initialized" || method == "notifications/roots/list_changed")) {
+        askForRoots();
+    }
+}
+
+void McpServer::askForRoots() {
+    rootsKnown_ = false;
+    rootsRequestId_ = "murmela-roots-" + std::to_string(++rootsRequests_);
+    send_({{"jsonrpc", "2.0"}, {"id", rootsRequestId_}, {"method", "roots/list"}});
+    rootsPatience_.start();
+}
+
+void McpServer::responded(const json& id, const json& message) {
+    // Only the latest roots/list counts: an older answer may list roots since withdrawn.
+    if (rootsRequests_ == 0 || id != rootsRequestId_) {
+        return;
+    }
+    rootsPatience_.stop();
+    const auto result = message.find("result");
+    if (result != message.end()) {
+        std::vector<std::filesystem::path> roots = rootPaths(*result);
+        log::info("companion: the client has " + std::to_string(roots.size()) + " file roots");
+        tools_.allowSavingIn(SaveLocation::insideRoots(std::move(roots)));
+    } else {
+        // Whatever the error holds, only a string message is shown.
+        const json error = message.value("error", json::object());
+        const auto text = error.is_object() ? error.find("message") : error.end();
+        const std::string description =
+            text != error.end() && text->is_string() ? text->get<std::string>() : "no reason given";
+        log::info("companion: roots/list failed: " + description);
+        tools_.allowSavingIn(
+            SaveLocation::nowhere("the client could not list its roots (" + description + ")"));
+    }
+    releaseSaves();
+}
+
+void McpServer::releaseSaves() {
+    rootsKnown_ = true;
+    std::vector<std::function<void()>> saves = std::move(waitingSaves_);
+    waitingSaves_.clear();
+    for (const auto& save : saves) {
+        save();
+    }
+}
+
 void McpServer::callTool(const json& id, const json& params) {
     const auto name = params.find("name");
     if (name == params.end() || !name->is_string()) {
@@ -125,12 +198,19 @@ void McpServer::callTool(const json& id, const json& params) {
         return;
     }
     ++unanswered_;
-    tools_.call(name->get<std::string>(), arguments, [this, id](json result) {
-        answer(id, std::move(result));
-        if (--unanswered_ == 0 && finished_) {
-            finished_();
-        }
-    });
+    auto run = [this, id, name = name->get<std::string>(), arguments] {
+        tools_.call(name, arguments, [this, id](json result) {
+            answer(id, std::move(result));
+            if (--unanswered_ == 0 && finished_) {
+                finished_();
+            }
+        });
+    };
+    if (name->get<std::string>() == "save_audio" && !rootsKnown_) {
+        waitingSaves_.push_back(std::move(run));
+    } else {
+        run();
+    }
 }
 
 void McpServer::finish(std::function<void()> done) {

@@ -2,12 +2,17 @@
 // The companion's side of the Model Context Protocol: JSON-RPC 2.0 messages, one per line, read
 // from the client and answered through `send`. It negotiates the protocol revision, lists the
 // tools and runs them; a message it cannot use gets the JSON-RPC error that says why, and
-// nothing a client sends ends it.
+// nothing a client sends ends it. A client that has roots is asked for them once it is
+// initialised and whenever it says they changed; a save waits for the answer.
 
+#include <QTimer>
+
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "companion/speech_tools.h"
 
@@ -27,8 +32,10 @@ enum RpcError : int {
 
 class McpServer {
 public:
-    // Answers go to `send`, one message at a time; tool calls run through `tools`.
-    McpServer(SpeechTools& tools, std::function<void(const nlohmann::json&)> send);
+    // Answers go to `send`, one message at a time; tool calls run through `tools`. Saves go
+    // inside `homeFolder` (outside its hidden folders) unless the client has roots.
+    McpServer(SpeechTools& tools, std::function<void(const nlohmann::json&)> send,
+              std::filesystem::path homeFolder);
 
     // Handles one line from the client. Blank lines are ignored.
     void receive(std::string_view line);
@@ -41,8 +48,16 @@ public:
     // speaks it, else the newest it speaks.
     static std::string negotiatedRevision(const nlohmann::json& requested);
 
+    // How long a save waits for the client's roots before it is refused.
+    static constexpr int rootsPatienceMilliseconds = 5000;
+
 private:
     void request(const nlohmann::json& id, const std::string& method, const nlohmann::json& params);
+    void notified(const std::string& method);
+    void responded(const nlohmann::json& id, const nlohmann::json& message);
+    void askForRoots();
+    // The saves that waited for the roots run (or are refused) now.
+    void releaseSaves();
     void callTool(const nlohmann::json& id, const nlohmann::json& params);
     void answer(const nlohmann::json& id, nlohmann::json result);
     void refuse(const nlohmann::json& id, RpcError code, const std::string& message);
@@ -51,6 +66,13 @@ private:
     std::function<void(const nlohmann::json&)> send_;
     int unanswered_ = 0;  // tool calls still running
     std::function<void()> finished_;
+    std::filesystem::path homeFolder_;
+    bool clientHasRoots_ = false;
+    bool rootsKnown_ = true;  // false while the client has not answered the latest roots/list
+    int rootsRequests_ = 0;
+    nlohmann::json rootsRequestId_;  // the latest roots/list sent
+    std::vector<std::function<void()>> waitingSaves_;
+    QTimer rootsPatience_;
 };
 
 }  // namespace murmela::companion

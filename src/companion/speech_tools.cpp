@@ -85,14 +85,10 @@ double optionalSpeed(const json& arguments) {
     return speed;
 }
 
-std::filesystem::path writablePath(const json& arguments) {
+std::filesystem::path absolutePath(const json& arguments) {
     const std::filesystem::path path = requiredText(arguments, "path");
     if (!path.is_absolute()) {
         throw BadArguments("\"path\" must be an absolute path, such as /home/me/speech.wav");
-    }
-    std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) {
-        throw BadArguments(path.string() + " is a directory; give the path of a file in it");
     }
     return path;
 }
@@ -150,14 +146,18 @@ json SpeechTools::definitions() {
          {"title", "Save speech to a WAV file"},
          {"description",
           "Speaks English text into a WAV file (16-bit PCM, mono, 24000 Hz) instead of playing "
-          "it. The file appears complete or not at all; an existing file is replaced, a "
-          "directory never is."},
+          "it. The file appears complete or not at all. " +
+              std::string(SaveLocation::description())},
          {"inputSchema",
           objectSchema({{"text", textSchema("The text to speak.")},
                         {"path", textSchema("Absolute path of the WAV file to write.")},
                         {"speed", speedSchema()}},
                        {"text", "path"})}},
     });
+}
+
+void SpeechTools::allowSavingIn(SaveLocation location) {
+    location_ = std::move(location);
 }
 
 bool SpeechTools::exists(const std::string& name) {
@@ -202,23 +202,38 @@ void SpeechTools::stop(std::function<void(json)> reply) {
 void SpeechTools::save(const json& arguments, std::function<void(json)> reply) {
     onlyKnown(arguments, {"text", "path", "speed"});
     std::string text = speakableText(arguments);
-    std::filesystem::path path = writablePath(arguments);
+    const std::filesystem::path requested = absolutePath(arguments);
     const double speed = optionalSpeed(arguments);
+    std::filesystem::path destination;
+    try {
+        destination = location_.destination(requested);
+    } catch (const SaveRefused& refused) {
+        reply(toolResult(std::string("Nothing was saved: ") + refused.what(), true));
+        return;
+    }
+    // Checked again when the file is opened and before it is put in place, so that a link or
+    // a file made meanwhile is not written through or over.
+    auto checkDestination = [location = location_, requested, destination] {
+        if (location.destination(requested) != destination) {
+            throw SaveRefused(requested.string() + " changed while it was being written");
+        }
+    };
     narrator_.save(
-        std::move(text), speed, path,
-        [path, reply = std::move(reply)](const Narrator::SaveResult& result) {
+        std::move(text), speed, destination,
+        [requested, reply = std::move(reply)](const Narrator::SaveResult& result) {
             if (result.error) {
                 reply(toolResult("Nothing was saved: " + *result.error, true));
             } else if (result.samples == 0) {
                 reply(toolResult("The text has nothing to speak; nothing was saved.", true));
             } else {
                 json answer = toolResult("Saved " + seconds(result.samples) +
-                                         " seconds of audio to " + path.string() + ".");
-                answer["structuredContent"] = {{"path", path.string()},
+                                         " seconds of audio to " + requested.string() + ".");
+                answer["structuredContent"] = {{"path", requested.string()},
                                                {"seconds", secondsOf(result.samples)}};
                 reply(std::move(answer));
             }
-        });
+        },
+        std::move(checkDestination));
 }
 
 void SpeechTools::answerSpeak(json result) {

@@ -9,12 +9,14 @@
 #include <string>
 
 #include "cli/narrator.h"
+#include "companion/save_location.h"
 
 namespace murmela::companion {
 
 class SpeechTools {
 public:
-    // Speaks and saves through `narrator`, which must outlive the tools.
+    // Speaks and saves through `narrator`, which must outlive the tools. Saves nowhere until
+    // told where it may (allowSavingIn).
     explicit SpeechTools(Narrator& narrator);
     SpeechTools(const SpeechTools&) = delete;
     SpeechTools& operator=(const SpeechTools&) = delete;
@@ -24,6 +26,9 @@ public:
 
     // Whether a tool of that name exists.
     static bool exists(const std::string& name);
+
+    // Where save_audio may write from now on.
+    void allowSavingIn(SaveLocation location);
 
     // Runs the tool `name` (which exists) with `arguments` (an object) and calls `reply`, now
     // or later, with the tool's result.
@@ -38,6 +43,8 @@ private:
     void answerSpeak(nlohmann::json result);
 
     Narrator& narrator_;
+    SaveLocation location_ =
+        SaveLocation::nowhere("the companion has not been told where to write");
     std::function<void(nlohmann::json)> speakReply_;  // the speak call waiting for its answer
 };
 

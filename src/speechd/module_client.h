@@ -44,6 +44,10 @@ public:
     // The events up to and with the message's closing one (END, STOP or PAUSE).
     std::vector<Reply> events();
 
+    // The next line of the program's output, whatever it says, for a program that speaks
+    // another line protocol; nothing when none comes within `patience` or the output ends.
+    std::optional<std::string> nextLine(std::chrono::milliseconds patience);
+
     // The most memory the module has held resident so far, in KiB; nothing once it has ended.
     std::optional<int64_t> peakResidentKilobytes() const;
 
@@ -51,8 +55,6 @@ public:
     int finish();
 
 private:
-    std::optional<std::string> nextLine(std::chrono::milliseconds patience);
-
     pid_t pid_ = -1;
     int input_ = -1;
     int output_ = -1;

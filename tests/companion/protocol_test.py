@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """The assistant companion through real pipes: the protocol's lifecycle and revisions, every
-kind of malformed message and bad argument (each answered, none fatal), the tools' work, and
-the end of input ending the server. Run through tests/support/pulse-session for `speak`.
+kind of malformed message and bad argument (each answered, none fatal), the tools' work, a
+client's roots asked for and waited on, and the end of input ending the server. Run through tests/support/pulse-session for `speak`.
 
   protocol_test.py --companion LIBEXEC/murmela/murmela --resources SHARE/murmela
 """
@@ -28,8 +28,8 @@ TEXT = "The weather is nice today. We will meet at the station tomorrow morning.
 class Session:
     """One companion process, spoken to line by line."""
 
-    def __init__(self, **environment):
-        env = dict(os.environ, MURMELA_RESOURCES=str(RESOURCES))
+    def __init__(self, home, **environment):
+        env = dict(os.environ, MURMELA_RESOURCES=str(RESOURCES), HOME=str(home))
         env.update(environment)
         if not env["MURMELA_RESOURCES"]:
             del env["MURMELA_RESOURCES"]  # found from the program's own place
@@ -77,8 +77,9 @@ class Session:
         self.process.stdout.close()
         return code, rest
 
-    def initialize(self, revision="2025-06-18"):
-        return self.request(0, "initialize", {"protocolVersion": revision, "capabilities": {},
+    def initialize(self, revision="2025-06-18", capabilities=None):
+        return self.request(0, "initialize", {"protocolVersion": revision,
+                                              "capabilities": capabilities or {},
                                               "clientInfo": {"name": "test", "version": "1"}})
 
 
@@ -88,8 +89,11 @@ def text_of(result):
 
 class Companion(unittest.TestCase):
     def setUp(self):
-        self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="murmela-mcp-"))
-        self.session = Session()
+        # The home holds what libraries keep there (.config, .cache); files go in a folder of it.
+        self.home = pathlib.Path(tempfile.mkdtemp(prefix="murmela-mcp-"))
+        self.scratch = self.home / "files"
+        self.scratch.mkdir()
+        self.session = Session(self.home)
 
     def tearDown(self):
         if self.session.process.poll() is None:
@@ -98,7 +102,7 @@ class Companion(unittest.TestCase):
         for stream in (self.session.process.stdin, self.session.process.stdout):
             if not stream.closed:
                 stream.close()
-        shutil.rmtree(self.scratch, ignore_errors=True)
+        shutil.rmtree(self.home, ignore_errors=True)
 
     def test_lifecycle_and_revisions(self):
         answer = self.session.initialize("2025-06-18")["result"]
@@ -118,7 +122,7 @@ class Companion(unittest.TestCase):
         self.assertEqual(self.session.close(), (0, b""))
         # A revision the server does not speak is answered with its newest.
         for asked, answered in [("2099-01-01", "2025-11-25"), ("2024-11-05", "2024-11-05")]:
-            session = Session()
+            session = Session(self.home)
             self.assertEqual(session.initialize(asked)["result"]["protocolVersion"], answered)
             session.close()
 
@@ -168,8 +172,8 @@ class Companion(unittest.TestCase):
             ("stop", {"now": True}, 'unknown argument "now"'),
             ("save_audio", {"text": "hi"}, '"path" is missing'),
             ("save_audio", {"text": "hi", "path": "out.wav"}, "absolute path"),
-            ("save_audio", {"text": "hi", "path": str(self.scratch)}, "is a directory"),
-            ("save_audio", {"text": "hi", "path": missing}, "No such file or directory"),
+            ("save_audio", {"text": "hi", "path": str(self.scratch)}, "does not end in .wav"),
+            ("save_audio", {"text": "hi", "path": missing}, "does not exist"),
             ("save_audio", {"text": "...", "path": str(self.scratch / "e.wav")},
              "nothing to speak"),
         ]):
@@ -181,11 +185,11 @@ class Companion(unittest.TestCase):
 
     def test_saved_audio_is_speech_and_end_of_input_waits_for_it(self):
         destination = self.scratch / "speech.wav"
-        destination.write_text("an older file")
+        destination.write_bytes(b"RIFF\0\0\0\0WAVE an older WAV file")
         # The voice is found two levels above libexec/murmela/, beside bin/.
         self.session.process.kill()
         self.session.process.wait()
-        self.session = Session(MURMELA_RESOURCES="")
+        self.session = Session(self.home, MURMELA_RESOURCES="")
         self.session.send({"jsonrpc": "2.0", "id": 1, "method": "tools/call",
                            "params": {"name": "save_audio",
                                       "arguments": {"text": TEXT, "path": str(destination)}}})
@@ -201,6 +205,58 @@ class Companion(unittest.TestCase):
         self.assertAlmostEqual(len(samples) / 24000, seconds, places=3)
         self.assertGreater(speech_checks.share_heard(destination, TEXT), 0.6)
         self.assertEqual(os.listdir(self.scratch), ["speech.wav"])
+
+    def test_saves_wait_for_the_roots_the_client_lists(self):
+        session = self.session
+        root = self.scratch / "root"
+        root.mkdir()
+        home_file = self.scratch / "home.wav"
+        session.initialize(capabilities={"roots": {"listChanged": True}})
+        session.send({"jsonrpc": "2.0", "method": "notifications/initialized"})
+        asked = session.receive()
+        self.assertEqual(asked["method"], "roots/list")
+        self.assertNotIn("params", asked)
+        # The save waits for the answer, which an answer to another id is not.
+        session.send({"jsonrpc": "2.0", "id": 1, "method": "tools/call",
+                      "params": {"name": "save_audio",
+                                 "arguments": {"text": "...", "path": str(home_file)}}})
+        session.send({"jsonrpc": "2.0", "id": "someone else", "result": {"roots": []}})
+        self.assertEqual(session.request("p", "ping")["result"], {})
+        session.send({"jsonrpc": "2.0", "id": asked["id"],
+                      "result": {"roots": [{"uri": "file://" + str(root)}]}})
+        waited = session.receive()
+        self.assertEqual(waited["id"], 1)
+        self.assertTrue(waited["result"]["isError"])
+        self.assertIn("outside the folders the client allows", text_of(waited["result"]))
+
+        # Roots changed: asked again; an error for an answer allows nothing.
+        session.send({"jsonrpc": "2.0", "method": "notifications/roots/list_changed"})
+        again = session.receive()
+        self.assertEqual(again["method"], "roots/list")
+        self.assertNotEqual(again["id"], asked["id"])
+        session.send({"jsonrpc": "2.0", "id": again["id"], "error": {"message": 7}})
+        session.send({"jsonrpc": "2.0", "id": again["id"], "error": "odd"})
+        session.send({"jsonrpc": "2.0", "id": again["id"],
+                      "error": {"code": -32603, "message": "cannot tell"}})
+        refused = session.call(2, "save_audio", {"text": "...", "path": str(root / "a.wav")})
+        self.assertIn("could not list its roots (cannot tell)", text_of(refused))
+
+        # A client that never answers holds a save only a few seconds, then it is refused.
+        session.send({"jsonrpc": "2.0", "method": "notifications/roots/list_changed"})
+        self.assertEqual(session.receive()["method"], "roots/list")
+        started = time.monotonic()
+        refused = session.call(3, "save_audio", {"text": "hi", "path": str(root / "a.wav")})
+        self.assertTrue(refused["isError"])
+        self.assertIn("has not said which folders", text_of(refused))
+        self.assertLess(time.monotonic() - started, 30)
+        # Nor does a client that never says it is initialised, so it is never asked.
+        silent = Session(self.home)
+        silent.initialize(capabilities={"roots": {}})
+        refused = silent.call(1, "save_audio", {"text": "hi", "path": str(root / "a.wav")})
+        self.assertIn("has not said which folders", text_of(refused))
+        self.assertEqual(silent.close()[0], 0)
+        self.assertEqual(os.listdir(root), [])
+        self.assertEqual(sorted(os.listdir(self.scratch)), ["root"])
 
     def test_speak_plays_and_stop_silences(self):
         if os.environ.get("MURMELA_PULSE_UNAVAILABLE") or not os.environ.get("MURMELA_PULSE_SINK"):
@@ -223,7 +279,7 @@ class Companion(unittest.TestCase):
         self.assertEqual(speech_checks.sounding_seconds(after), 0)
         self.assertEqual(text_of(self.session.call(3, "stop", {})), "Nothing was being spoken.")
         # Without a sound server the tool says so, and the server carries on.
-        silent = Session(PULSE_SERVER="unix:" + str(self.scratch / "nobody"))
+        silent = Session(self.home, PULSE_SERVER="unix:" + str(self.scratch / "nobody"))
         result = silent.call(1, "speak", {"text": "hello"})
         self.assertTrue(result["isError"])
         self.assertIn("sound output", text_of(result))
