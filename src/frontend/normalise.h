@@ -16,6 +16,10 @@ namespace murmela {
 // U+0020, trimmed. Ill-formed UTF-8 becomes U+FFFD.
 std::u32string normalise(std::string_view utf8Text);
 
+// Whether `c` ends a word of the normalised text: white space or markup, which normalise()
+// turns into a space.
+bool separatesWords(char32_t c);
+
 // The sentences of normalised text, in order, each its words joined by single spaces.
 // Sentences without a letter or a number are dropped.
 std::vector<std::u32string> sentences(std::u32string_view text);
