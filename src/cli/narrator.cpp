@@ -33,7 +33,7 @@ Voice& Narrator::voice() {
     return *voice_;
 }
 
-void Narrator::speak(std::string text, double speed) {
+std::shared_ptr<CancelFlag> Narrator::startPlaying() {
     stop();
     auto flag = std::make_shared<CancelFlag>();
     player_.start([self = QPointer<Narrator>(this), flag] {
@@ -43,6 +43,11 @@ void Narrator::speak(std::string text, double speed) {
         }
     });
     current_ = flag;
+    return flag;
+}
+
+void Narrator::speak(std::string text, double speed) {
+    const std::shared_ptr<CancelFlag> flag = startPlaying();
     speakInBackground(
         renderQueue_, inbox_, [this]() -> Voice& { return voice(); }, std::move(text), speed, flag,
         [this, flag](PlayableChunk chunk) { chunkReady(flag, std::move(chunk)); },
@@ -65,13 +70,71 @@ void Narrator::utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag,
         emit voiceFailed(QString::fromStdString(*end.error));
         return;
     }
-    if (end.samples == 0) {
+    allSynthesised(end.samples);
+}
+
+void Narrator::allSynthesised(int64_t samples) {
+    if (samples == 0) {
         player_.stop();
         current_ = nullptr;
     } else {
         player_.finish();
     }
-    emit synthesised(end.samples);
+    emit synthesised(samples);
+}
+
+void Narrator::openSpeech() {
+    open_ = OpenSpeech{startPlaying()};
+}
+
+bool Narrator::speechIsOpen() const {
+    return open_ && current_ && open_->flag == current_;
+}
+
+void Narrator::addToSpeech(std::string text, double speed) {
+    if (!speechIsOpen() || open_->closed) {
+        return;
+    }
+    ++open_->partsBeingMade;
+    const std::shared_ptr<CancelFlag> flag = current_;
+    speakInBackground(
+        renderQueue_, inbox_, [this]() -> Voice& { return voice(); }, std::move(text), speed, flag,
+        [this, flag](PlayableChunk chunk) { chunkReady(flag, std::move(chunk)); },
+        [this, flag](const UtteranceEnd& end) { partSynthesised(flag, end); });
+}
+
+void Narrator::partSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end) {
+    if (flag != current_ || !speechIsOpen()) {
+        return;
+    }
+    if (end.error) {
+        open_.reset();
+        this->end();
+        emit voiceFailed(QString::fromStdString(*end.error));
+        return;
+    }
+    --open_->partsBeingMade;
+    open_->samples += end.samples;
+    finishWhenAllMade();
+}
+
+void Narrator::closeSpeech() {
+    if (speechIsOpen()) {
+        open_->closed = true;
+        finishWhenAllMade();
+    }
+}
+
+void Narrator::finishWhenAllMade() {
+    if (open_->closed && open_->partsBeingMade == 0) {
+        const int64_t samples = open_->samples;
+        open_.reset();
+        allSynthesised(samples);
+    }
+}
+
+int64_t Narrator::speechBacklog() const {
+    return (speechIsOpen() ? open_->partsBeingMade : 0) + player_.pending();
 }
 
 void Narrator::end() {
