@@ -22,7 +22,8 @@ std::string readFailure(int error) {
 }  // namespace
 
 InputSentences::InputSentences(int descriptor) {
-    if (::pipe2(wakeReader_, O_CLOEXEC) != 0) {
+    // Checked first: with the descriptor closed, the pipe below could take its number.
+    if (::fcntl(descriptor, F_GETFD) < 0 || ::pipe2(wakeReader_, O_CLOEXEC) != 0) {
         throw InputError(readFailure(errno));
     }
     try {

@@ -254,6 +254,9 @@ class Say(unittest.TestCase):
         finally:
             os.close(directory)
         self.assertFails(result, 3, "cannot read standard input")
+        closed = subprocess.run([PROGRAM, "say", "--raw"], preexec_fn=lambda: os.close(0),
+                                capture_output=True, env=environment(), timeout=60)
+        self.assertFails(closed, 3, "cannot read standard input: Bad file descriptor")
         self.assertFails(say("--raw", stdin=b" \n\t "), 3, "nothing to speak")
         destination = self.scratch / "nothing.wav"
         self.assertFails(say("-o", str(destination), "..."), 3, "nothing to speak")
