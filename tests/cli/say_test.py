@@ -320,6 +320,7 @@ class Say(unittest.TestCase):
         both = speech_checks.pcm16(b"".join(self.spoken_alone(*SENTENCES[:2])))
         self.assertGreater(speech_checks.sounding_seconds(streamed),
                            speech_checks.sounding_seconds(both) * 0.8)
+        self.assertFails(say(stdin=b"...\n\n---"), 3, "nothing to speak")
         # No sound server at all: a clear error, not a hang.
         self.assertFails(say("hello", env=environment(
             PULSE_SERVER="unix:" + str(self.scratch / "nobody"))), 4, "cannot play")
