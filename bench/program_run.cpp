@@ -7,13 +7,18 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <thread>
 
 extern char** environ;
 
 namespace murmela::bench {
 
-ProgramRun runProgram(std::vector<std::string> words,
-                      const std::optional<std::filesystem::path>& input, bool countOutput) {
+namespace {
+
+ProgramRun runWithInput(std::vector<std::string> words,
+                        const std::optional<std::filesystem::path>& input,
+                        const std::function<void(int)>& feed, bool countOutput) {
     std::vector<char*> argv;
     for (std::string& word : words) {
         argv.push_back(word.data());
@@ -24,10 +29,21 @@ ProgramRun runProgram(std::vector<std::string> words,
     if (countOutput && ::pipe(pipeEnds) != 0) {
         return run;
     }
+    int feedEnds[2] = {-1, -1};
+    if (feed) {
+        if (::pipe2(feedEnds, O_CLOEXEC) != 0) {
+            return run;
+        }
+        // A program that goes early makes the feeder's writes fail, not the benchmark end.
+        std::signal(SIGPIPE, SIG_IGN);
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     if (input) {
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input->c_str(), O_RDONLY, 0);
+    }
+    if (feed) {
+        posix_spawn_file_actions_adddup2(&actions, feedEnds[0], STDIN_FILENO);
     }
     if (countOutput) {
         posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], STDOUT_FILENO);
@@ -38,6 +54,18 @@ ProgramRun runProgram(std::vector<std::string> words,
     pid_t pid = -1;
     const bool started = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0;
     posix_spawn_file_actions_destroy(&actions);
+    std::thread feeder;
+    if (feed) {
+        ::close(feedEnds[0]);
+        if (started) {
+            feeder = std::thread([&feed, end = feedEnds[1]] {
+                feed(end);
+                ::close(end);
+            });
+        } else {
+            ::close(feedEnds[1]);
+        }
+    }
     if (countOutput) {
         ::close(pipeEnds[1]);
         char buffer[1 << 16];
@@ -53,6 +81,9 @@ ProgramRun runProgram(std::vector<std::string> words,
         }
         ::close(pipeEnds[0]);
     }
+    if (feeder.joinable()) {
+        feeder.join();
+    }
     int status = 0;
     rusage usage{};
     if (!started || ::wait4(pid, &status, 0, &usage) != pid) {
@@ -61,6 +92,18 @@ ProgramRun runProgram(std::vector<std::string> words,
     run.succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     run.peakKilobytes = usage.ru_maxrss;
     return run;
+}
+
+}  // namespace
+
+ProgramRun runProgram(std::vector<std::string> words,
+                      const std::optional<std::filesystem::path>& input, bool countOutput) {
+    return runWithInput(std::move(words), input, nullptr, countOutput);
+}
+
+ProgramRun runProgramFedBy(std::vector<std::string> words, const std::function<void(int)>& feed,
+                           bool countOutput) {
+    return runWithInput(std::move(words), std::nullopt, feed, countOutput);
 }
 
 }  // namespace murmela::bench

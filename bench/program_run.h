@@ -2,6 +2,7 @@
 // Running one of our programs to its end from a benchmark, for what it cost.
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,5 +19,11 @@ struct ProgramRun {
 // given. Its standard output is counted when `countOutput`, else it goes to /dev/null.
 ProgramRun runProgram(std::vector<std::string> words,
                       const std::optional<std::filesystem::path>& input, bool countOutput);
+
+// The same, with a pipe as its standard input that `feed` writes to (on a thread of its own,
+// while the program runs); the pipe closes when `feed` returns. A write fails with EPIPE, and
+// does not end the benchmark, when the program has gone.
+ProgramRun runProgramFedBy(std::vector<std::string> words, const std::function<void(int)>& feed,
+                           bool countOutput);
 
 }  // namespace murmela::bench

@@ -1,7 +1,8 @@
 // Peak memory of `murmela say` on long prose, streamed to a pipe (--raw) and to a WAV file
 // (--output). Both write each chunk as soon as it is made, so the peak must not grow with the
 // length of the text: 100,000 words must peak where 1,000 do (the text itself, some hundreds
-// of kilobytes, is all that grows).
+// of kilobytes, is all that grows). Standard input is read as it arrives, so text written into
+// a pipe, prose or one line that never ends a sentence, must not grow the peak at all.
 //   bin/bench_say_memory                      (the bundled voice; 100,000 words take a while)
 //   bin/bench_say_memory --benchmark_filter=/1000/    (the short runs only)
 // Counters: peak_rss_MiB (the program's maximum resident set), audio_s (seconds spoken).
@@ -13,9 +14,11 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/voice_format.h"
+#include "files/files.h"
 #include "program_run.h"
 #include "prose.h"
 
@@ -59,8 +62,59 @@ void sayMemory(benchmark::State& state, bool toWavFile) {
     fs::remove_all(scratch);
 }
 
+// Writes `words` words to `pipe` a few kilobytes at a time, as a program that logs would: the
+// same thousand words of prose again and again, or, `withoutEnds`, one line of words that never
+// ends a sentence. Stops early when the reader goes.
+void feedWords(int pipe, size_t words, bool withoutEnds) {
+    constexpr size_t wordsPerBlock = 1000;
+    std::string block;
+    if (withoutEnds) {
+        for (size_t index = 0; index < wordsPerBlock; ++index) {
+            block += "word ";
+        }
+    } else {
+        block = murmela::bench::prose(wordsPerBlock) + "\n";
+    }
+    constexpr size_t piece = 4096;
+    for (size_t written = 0; written < words; written += wordsPerBlock) {
+        for (size_t start = 0; start < block.size(); start += piece) {
+            if (murmela::writeAll(pipe, std::string_view(block).substr(start, piece)) != 0) {
+                return;
+            }
+        }
+    }
+}
+
+// `murmela say --raw` reading a stream of `state.range(0)` words through a pipe as it arrives.
+void sayStreamMemory(benchmark::State& state, bool withoutEnds) {
+    const auto words = static_cast<size_t>(state.range(0));
+    murmela::bench::ProgramRun run;
+    for (auto _ : state) {
+        run = murmela::bench::runProgramFedBy(
+            {MURMELA_PROGRAM, "say", "--raw"},
+            [&](int pipe) { feedWords(pipe, words, withoutEnds); }, true);
+    }
+    if (!run.succeeded) {
+        state.SkipWithError("murmela say failed");
+    }
+    state.counters["peak_rss_MiB"] = static_cast<double>(run.peakKilobytes) / 1024.0;
+    state.counters["audio_s"] = static_cast<double>(run.outputBytes) / 2.0 / murmela::sampleRate;
+}
+
 }  // namespace
 
+BENCHMARK_CAPTURE(sayStreamMemory, prose_through_a_pipe, false)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Iterations(1)
+    ->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(sayStreamMemory, one_endless_line, true)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Iterations(1)
+    ->Unit(benchmark::kSecond);
 BENCHMARK_CAPTURE(sayMemory, raw, false)
     ->Arg(1000)
     ->Arg(10000)

@@ -55,7 +55,7 @@ void Narrator::interruptSpeech() {
     }
 }
 
-void Narrator::speak(std::string text, double speed) {
+std::shared_ptr<CancelFlag> Narrator::startPlaying() {
     stop();
     auto flag = std::make_shared<CancelFlag>();
     player_.start([self = QPointer<Narrator>(this), flag] {
@@ -65,6 +65,17 @@ void Narrator::speak(std::string text, double speed) {
         }
     });
     current_ = flag;
+    return flag;
+}
+
+void Narrator::speak(std::string text, double speed) {
+    const std::shared_ptr<CancelFlag> flag = startPlaying();
+    synthesise(std::move(text), speed, flag,
+               [this, flag](const UtteranceEnd& end) { utteranceSynthesised(flag, end); });
+}
+
+void Narrator::synthesise(std::string text, double speed, const std::shared_ptr<CancelFlag>& flag,
+                          std::function<void(const UtteranceEnd&)> ended) {
     speakInBackground(
         renderQueue_, inbox_,
         [this, flag]() -> Voice& {
@@ -75,7 +86,7 @@ void Narrator::speak(std::string text, double speed) {
         },
         std::move(text), speed, flag,
         [this, flag](PlayableChunk chunk) { chunkReady(flag, std::move(chunk)); },
-        [this, flag](const UtteranceEnd& end) { utteranceSynthesised(flag, end); });
+        std::move(ended));
     // The speech is no longer interruptible once its job is over, so a stop that comes later
     // cannot cut into the job after it (a save).
     renderQueue_.post([this] {
@@ -100,13 +111,69 @@ void Narrator::utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag,
         emit voiceFailed(QString::fromStdString(*end.error));
         return;
     }
-    if (end.samples == 0) {
+    allSynthesised(end.samples);
+}
+
+void Narrator::allSynthesised(int64_t samples) {
+    if (samples == 0) {
         player_.stop();
         current_ = nullptr;
     } else {
         player_.finish();
     }
-    emit synthesised(end.samples);
+    emit synthesised(samples);
+}
+
+void Narrator::openSpeech() {
+    open_ = OpenSpeech{startPlaying()};
+}
+
+bool Narrator::speechIsOpen() const {
+    return open_ && current_ && open_->flag == current_;
+}
+
+void Narrator::addToSpeech(std::string text, double speed) {
+    if (!speechIsOpen() || open_->closed) {
+        return;
+    }
+    ++open_->partsBeingMade;
+    const std::shared_ptr<CancelFlag> flag = current_;
+    synthesise(std::move(text), speed, flag,
+               [this, flag](const UtteranceEnd& end) { partSynthesised(flag, end); });
+}
+
+void Narrator::partSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end) {
+    if (flag != current_ || !speechIsOpen()) {
+        return;
+    }
+    if (end.error) {
+        open_.reset();
+        this->end();
+        emit voiceFailed(QString::fromStdString(*end.error));
+        return;
+    }
+    --open_->partsBeingMade;
+    open_->samples += end.samples;
+    finishWhenAllMade();
+}
+
+void Narrator::closeSpeech() {
+    if (speechIsOpen()) {
+        open_->closed = true;
+        finishWhenAllMade();
+    }
+}
+
+void Narrator::finishWhenAllMade() {
+    if (open_->closed && open_->partsBeingMade == 0) {
+        const int64_t samples = open_->samples;
+        open_.reset();
+        allSynthesised(samples);
+    }
+}
+
+int64_t Narrator::speechBacklog() const {
+    return (speechIsOpen() ? open_->partsBeingMade : 0) + player_.pending();
 }
 
 void Narrator::end() {

@@ -47,6 +47,20 @@ public:
     // unless stop() comes first.
     void speak(std::string text, double speed);
 
+    // Starts a speech whose text comes in parts, stopping what was being spoken: for text still
+    // arriving. Throws AudioOutputError when the sound output cannot be opened. Each part added
+    // plays right after the one before, with no cut; once the speech is closed and its last part
+    // made, the same signals as for speak() follow, `synthesised` counting every part.
+    void openSpeech();
+    // Adds `text` at `speed` to the open speech; ignored when it has already ended (stopped, or
+    // failed, which has been reported).
+    void addToSpeech(std::string text, double speed);
+    // No more text comes for the open speech.
+    void closeSpeech();
+    // The parts of the open speech still being made, and the blocks of audio still to be heard:
+    // what a caller that adds text as it arrives keeps small, so that memory stays flat.
+    int64_t speechBacklog() const;
+
     // Ends the speech under way at once, silently; nothing more is reported about it. Says
     // whether there was one.
     bool stop();
@@ -85,6 +99,19 @@ private:
     void interruptSpeech();
     void chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk);
     void utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end);
+    // Starts the player on a new speech and makes it the one under way.
+    std::shared_ptr<CancelFlag> startPlaying();
+    // Makes `text` on the render thread as part of the speech `flag`, interruptible while it is
+    // made; `ended` comes on this thread.
+    void synthesise(std::string text, double speed, const std::shared_ptr<CancelFlag>& flag,
+                    std::function<void(const UtteranceEnd&)> ended);
+    // The speech under way has been made, `samples` in all.
+    void allSynthesised(int64_t samples);
+    void partSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end);
+    // Ends the open speech once it is closed and every part has been made.
+    void finishWhenAllMade();
+    // Whether the open speech is the one under way.
+    bool speechIsOpen() const;
     // Ends the speech under way.
     void end();
 
@@ -94,6 +121,14 @@ private:
     std::shared_ptr<CancelFlag> synthesising_;  // the speech the render thread is making
     Player player_;
     std::shared_ptr<CancelFlag> current_;  // the speech under way, if any
+    // A speech made of parts (openSpeech); over when its flag is no longer current_.
+    struct OpenSpeech {
+        std::shared_ptr<CancelFlag> flag;
+        int64_t partsBeingMade = 0;
+        int64_t samples = 0;  // in the parts made
+        bool closed = false;
+    };
+    std::optional<OpenSpeech> open_;
     std::shared_ptr<CancelFlag> closing_ = std::make_shared<CancelFlag>();
     MainThreadInbox inbox_;
     // Last, so that it closes first: no job outlives the members it uses.

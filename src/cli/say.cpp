@@ -3,23 +3,27 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
+#include <QTimer>
 
-#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "app/render_work.h"
 #include "audio/wav_stream.h"
 #include "build_info.h"
+#include "cli/input_sentences.h"
 #include "cli/narrator.h"
 #include "cli/say_options.h"
 #include "cli/speech_output.h"
+#include "common/voice_format.h"
 
 namespace murmela {
 namespace {
@@ -30,23 +34,24 @@ struct SayFailure {
     std::string message;
 };
 
-std::string readStandardInput() {
-    std::string text;
-    std::vector<char> buffer(1 << 16);
-    for (;;) {
-        const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
-        if (count == 0) {
-            return text;
+// The texts to speak, one at a time: the words given, as one, or the sentences of standard
+// input as they arrive. Nothing once there are no more.
+using TextSource = std::function<std::optional<std::string>()>;
+
+TextSource onlyText(std::string text) {
+    return [text = std::optional<std::string>(std::move(text))]() mutable {
+        return std::exchange(text, std::nullopt);
+    };
+}
+
+TextSource sentencesOf(InputSentences& input) {
+    return [&input] {
+        try {
+            return input.next();
+        } catch (const InputError& error) {
+            throw SayFailure{sayBadInput, error.what()};
         }
-        if (count < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            throw SayFailure{sayBadInput,
-                             std::string("cannot read standard input: ") + std::strerror(errno)};
-        }
-        text.append(buffer.data(), static_cast<size_t>(count));
-    }
+    };
 }
 
 std::shared_ptr<Voice> openVoice() {
@@ -73,7 +78,9 @@ int64_t speakOrFail(const std::function<int64_t()>& speaking) {
     }
 }
 
-void writeWavFile(const SayOptions& options, const std::string& text) {
+// Each text goes onto the end of the scratch file as soon as it is spoken; the file is put in
+// place after the last, and not at all when reading or speaking fails.
+void writeWavFile(const SayOptions& options, const TextSource& nextText) {
     WavFile file;
     int64_t samples = 0;
     try {
@@ -81,7 +88,13 @@ void writeWavFile(const SayOptions& options, const std::string& text) {
         openWavFile(file, options.wavFile, false);
         const std::shared_ptr<Voice> voice = openVoice();
         const CancelFlag never;
-        samples = speakOrFail([&] { return saveSpeech(*voice, text, options.speed, file, never); });
+        while (const std::optional<std::string> text = nextText()) {
+            samples += speakOrFail(
+                [&] { return appendSpeech(*voice, *text, options.speed, file, never); });
+        }
+        if (samples > 0) {
+            finishWavFile(file, sampleRate);
+        }
     } catch (const std::filesystem::filesystem_error& error) {
         throw SayFailure{sayBadOutput, writeFailure(options.wavFile, error)};
     }
@@ -90,7 +103,7 @@ void writeWavFile(const SayOptions& options, const std::string& text) {
     }
 }
 
-void writeRawSamples(const SayOptions& options, const std::string& text) {
+void writeRawSamples(const SayOptions& options, const TextSource& nextText) {
     if (::isatty(STDOUT_FILENO) == 1) {
         throw SayFailure{sayBadArguments,
                          "--raw writes binary samples; send them to a pipe or a file"};
@@ -100,8 +113,10 @@ void writeRawSamples(const SayOptions& options, const std::string& text) {
     const std::shared_ptr<Voice> voice = openVoice();
     int64_t samples = 0;
     try {
-        samples =
-            speakOrFail([&] { return streamSpeech(*voice, text, options.speed, STDOUT_FILENO); });
+        while (const std::optional<std::string> text = nextText()) {
+            samples += speakOrFail(
+                [&] { return streamSpeech(*voice, *text, options.speed, STDOUT_FILENO); });
+        }
     } catch (const std::system_error& error) {
         throw SayFailure{sayBadOutput,
                          "cannot write to standard output: " + error.code().message()};
@@ -121,7 +136,35 @@ void onlyQtsSeriousMessages(QtMsgType type, const QMessageLogContext& context,
     }
 }
 
-void playOnDevice(int& argc, char** argv, const SayOptions& options, const std::string& text) {
+// How many parts still to be made or blocks still to be heard let the next sentence of
+// standard input in: enough that one plays while the next is made, few enough that a long text
+// piped in fast waits in the pipe rather than in memory.
+constexpr int64_t maxSpeechBacklog = 3;
+// How often the sentences that have arrived are looked for.
+constexpr std::chrono::milliseconds feedInterval{50};
+
+// Gives the narrator the sentences of standard input as they arrive, while its backlog is small.
+// Gives the failure to read, if any.
+std::optional<SayFailure> feedSentences(Narrator& narrator, InputSentences& input, double speed,
+                                        QTimer& feeding) {
+    try {
+        while (narrator.speechBacklog() < maxSpeechBacklog && input.ready()) {
+            std::optional<std::string> sentence = input.next();
+            if (!sentence) {
+                feeding.stop();
+                narrator.closeSpeech();
+                break;
+            }
+            narrator.addToSpeech(std::move(*sentence), speed);
+        }
+    } catch (const InputError& error) {
+        return SayFailure{sayBadInput, error.what()};
+    }
+    return std::nullopt;
+}
+
+// Plays the words given, or the sentences of `input` as they arrive.
+void playOnDevice(int& argc, char** argv, const SayOptions& options, InputSentences* input) {
     const std::shared_ptr<Voice> voice = openVoice();
     qInstallMessageHandler(onlyQtsSeriousMessages);
     QCoreApplication application(argc, argv);
@@ -143,8 +186,22 @@ void playOnDevice(int& argc, char** argv, const SayOptions& options, const std::
     QObject::connect(&narrator, &Narrator::soundFailed, [&](const QString& description) {
         endWith(SayFailure{sayBadOutput, "sound output failed: " + description.toStdString()});
     });
+    QTimer feeding;
     try {
-        narrator.speak(text, options.speed);
+        if (options.text) {
+            narrator.speak(*options.text, options.speed);
+        } else {
+            narrator.openSpeech();
+            feeding.setInterval(feedInterval);
+            QObject::connect(&feeding, &QTimer::timeout, [&] {
+                if (std::optional<SayFailure> readFailed =
+                        feedSentences(narrator, *input, options.speed, feeding)) {
+                    feeding.stop();
+                    endWith(std::move(readFailed));
+                }
+            });
+            feeding.start();
+        }
     } catch (const AudioOutputError& error) {
         throw SayFailure{sayBadOutput, std::string("cannot play: ") + error.what()};
     }
@@ -173,16 +230,25 @@ int runSay(int& argc, char** argv) {
             std::printf("murmela %s\n", buildinfo::version);
             return sayDone;
         }
-        const std::string text = options.text ? *options.text : readStandardInput();
+        // Standard input is read as it arrives, while the voice opens and speaks.
+        std::optional<InputSentences> input;
+        if (!options.text) {
+            try {
+                input.emplace(STDIN_FILENO);
+            } catch (const InputError& error) {
+                throw SayFailure{sayBadInput, error.what()};
+            }
+        }
+        const TextSource nextText = input ? sentencesOf(*input) : onlyText(*options.text);
         switch (options.destination) {
             case SayOptions::Destination::wavFile:
-                writeWavFile(options, text);
+                writeWavFile(options, nextText);
                 break;
             case SayOptions::Destination::raw:
-                writeRawSamples(options, text);
+                writeRawSamples(options, nextText);
                 break;
             case SayOptions::Destination::device:
-                playOnDevice(argc, argv, options, text);
+                playOnDevice(argc, argv, options, input ? &*input : nullptr);
                 break;
         }
         return sayDone;

@@ -99,6 +99,9 @@ std::string sayUsage() {
                "Usage: murmela say [--speed S] [--output FILE.wav | --raw] [TEXT...]\n"
                "\n"
                "Speaks TEXT, or standard input when no text is given, with Murmela's voice.\n"
+               "Standard input is read as it arrives: each sentence is spoken as soon as it is\n"
+               "complete (at its end, at a blank line, or when the input pauses for more than\n"
+               "half a second), so `tail -f FILE | murmela say` speaks each new line.\n"
                "\n"
                "  -s, --speed S        speaking speed from ") +
            speedRangeText +
@@ -116,7 +119,7 @@ std::string sayUsage() {
            "  0  spoken or written\n"
            "  1  the voice failed while speaking\n"
            "  2  bad arguments\n"
-           "  3  the input cannot be read, or has nothing to speak\n"
+           "  3  the input cannot be read, or has nothing to speak at all\n"
            "  4  the output (file, standard output or sound device) cannot be written\n"
            "  5  the voice is missing or damaged\n";
 }

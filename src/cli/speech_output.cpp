@@ -10,19 +10,23 @@
 
 namespace murmela {
 
-int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
-                   const CancelFlag& abandon, const std::function<void()>& beforePlacing) {
-    bool abandoned = false;
+int64_t appendSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
+                     const CancelFlag& abandon) {
+    const int64_t before = file.samples;
     voice.speak(text, speed, [&](SpokenChunk&& chunk) {
         if (abandon.isCancelled()) {
-            abandoned = true;
             return false;
         }
         appendToWavFile(file, chunk.result.samples);
         return true;
     });
-    // An interruption of the voice ends its speaking without refusing a chunk.
-    if (abandoned || abandon.isCancelled() || file.samples == 0) {
+    return file.samples - before;
+}
+
+int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
+                   const CancelFlag& abandon, const std::function<void()>& beforePlacing) {
+    appendSpeech(voice, text, speed, file, abandon);
+    if (abandon.isCancelled() || file.samples == 0) {
         return 0;
     }
     if (beforePlacing) {

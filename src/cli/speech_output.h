@@ -24,6 +24,12 @@ namespace murmela {
 int64_t saveSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
                    const CancelFlag& abandon, const std::function<void()>& beforePlacing = {});
 
+// Speaks `text` at `speed` onto the end of `file`, opened as for saveSpeech and not yet put in
+// place, for a file made of many texts; finishWavFile puts it in place after the last. Gives the
+// number of samples added (0 too when `abandon` is raised between chunks).
+int64_t appendSpeech(Voice& voice, std::string_view text, double speed, WavFile& file,
+                     const CancelFlag& abandon);
+
 // Speaks `text` at `speed` to the descriptor `fd` as raw 16-bit little-endian mono samples, each
 // chunk written as soon as it is made. Gives the number of samples written. Throws
 // std::system_error when a write fails (EPIPE when the reader has gone), or the voice's error.

@@ -101,6 +101,10 @@ bool hasSomethingToSpeak(std::string_view utf8Text) {
     return std::any_of(scalars.begin(), scalars.end(), [](char32_t c) { return !isWhiteSpace(c); });
 }
 
+bool separatesWords(char32_t c) {
+    return isMarkup(c) || isWhiteSpace(c);
+}
+
 std::vector<std::u32string> sentences(std::u32string_view text) {
     std::vector<std::u32string> finished;
     SentenceGrouping grouping;
@@ -163,8 +167,6 @@ std::optional<std::u32string> SentenceReader::next() {
 }
 
 bool SentenceReader::nextWord(std::u32string& word) {
-    // A word of the normalised text is a run of scalars that are neither markup nor white
-    // space: normalise() turns every run of those into one space.
     word.clear();
     for (;;) {
         if (position_ == scalars_.size()) {
@@ -175,7 +177,7 @@ bool SentenceReader::nextWord(std::u32string& word) {
             }
         }
         const char32_t c = scalars_[position_];
-        if (isMarkup(c) || isWhiteSpace(c)) {
+        if (separatesWords(c)) {
             if (!word.empty()) {
                 return true;
             }

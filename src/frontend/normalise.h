@@ -20,6 +20,10 @@ std::u32string normalise(std::string_view utf8Text);
 // before it asks the voice for anything.
 bool hasSomethingToSpeak(std::string_view utf8Text);
 
+// Whether `c` ends a word of the normalised text: white space or markup, which normalise()
+// turns into a space.
+bool separatesWords(char32_t c);
+
 // The sentences of normalised text, in order, each its words joined by single spaces.
 // Sentences without a letter or a number are dropped.
 std::vector<std::u32string> sentences(std::u32string_view text);

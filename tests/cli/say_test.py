@@ -6,9 +6,11 @@ tests/support/pulse-session) a real sound server.
 """
 
 import argparse
+import contextlib
 import os
 import pathlib
 import pty
+import select
 import shutil
 import subprocess
 import sys
@@ -38,6 +40,48 @@ def environment(**changes):
 def say(*arguments, stdin=b"", env=None, timeout=120):
     return subprocess.run([PROGRAM, "say", *arguments], input=stdin, capture_output=True,
                           env=env or environment(), timeout=timeout)
+
+
+def read_at_least(stream, size, timeout=120):
+    """At least `size` bytes from a pipe, as soon as they are there; fails after `timeout`."""
+    data = b""
+    deadline = time.monotonic() + timeout
+    while len(data) < size:
+        left = deadline - time.monotonic()
+        if left <= 0 or not select.select([stream], [], [], left)[0]:
+            raise AssertionError(f"{len(data)} of {size} bytes after {timeout} s")
+        chunk = stream.read1(size - len(data))
+        if not chunk:
+            raise AssertionError(f"output ended after {len(data)} of {size} bytes")
+        data += chunk
+    return data
+
+
+@contextlib.contextmanager
+def say_reading_a_pipe(*arguments, stdout=subprocess.PIPE):
+    """`murmela say` reading standard input from a pipe that the block writes to (write(),
+    end_input()); killed if the block fails before it ends."""
+    process = subprocess.Popen([PROGRAM, "say", *arguments], stdin=subprocess.PIPE,
+                               stdout=stdout, stderr=subprocess.PIPE, env=environment())
+    try:
+        yield process
+    finally:
+        if process.poll() is None:
+            process.kill()
+            process.communicate()
+
+
+def write(process, data):
+    process.stdin.write(data)
+    process.stdin.flush()
+
+
+def end_input(process):
+    """Closes the program's input and waits for it: its output, log and exit status."""
+    process.stdin.close()
+    process.stdin = None
+    out, log = process.communicate(timeout=120)
+    return subprocess.CompletedProcess(process.args, process.returncode, out, log)
 
 
 class Say(unittest.TestCase):
@@ -96,6 +140,80 @@ class Say(unittest.TestCase):
         fast = say("--raw", "--speed=1.5", text)
         self.assertLess(len(fast.stdout), len(raw.stdout) * 0.8)
 
+    def spoken_alone(self, *sentences):
+        """The raw samples of each sentence spoken on its own."""
+        spoken = []
+        for sentence in sentences:
+            result = say("--raw", sentence)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            spoken.append(result.stdout)
+        return spoken
+
+    def test_standard_input_is_spoken_as_it_arrives(self):
+        first, paused, split, blank, last = self.spoken_alone(
+            SENTENCES[0], "Backing up the files",
+            "We will meet at the station tomorrow morning.", "One more line without a stop",
+            "And the last words")
+        with say_reading_a_pipe("--raw") as process:
+            # Each sentence is heard while the writer is still there, and just as it sounds
+            # on its own: the end of a sentence,
+            write(process, SENTENCES[0].encode() + b"\n")
+            self.assertEqual(read_at_least(process.stdout, len(first)), first)
+            # a pause of the writer in the middle of a line,
+            write(process, b"Backing up the files")
+            self.assertEqual(read_at_least(process.stdout, len(paused)), paused)
+            # and a sentence written in two parts is spoken whole, not in halves.
+            write(process, b"\nWe will meet at the sta")
+            time.sleep(0.1)
+            write(process, b"tion tomorrow morning.\n")
+            self.assertEqual(read_at_least(process.stdout, len(split)), split)
+            # A blank line ends a sentence; the end of input ends the last one, stop or not.
+            write(process, b"One more line without a stop\n \nAnd the last words")
+            result = end_input(process)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout, blank + last)
+
+    def test_wav_file_from_standard_input_appears_whole_at_the_end(self):
+        destination = self.scratch / "stream.wav"
+        destination.write_bytes(b"an older file, replaced whole")
+        with say_reading_a_pipe("-o", str(destination)) as process:
+            write(process, SENTENCES[0].encode() + b"\n")
+            # The first sentence is written to the scratch file beside the destination while
+            # the writer is still there; the destination keeps its old contents.
+            deadline = time.monotonic() + 120
+            while True:
+                scratch = [p for p in self.scratch.iterdir() if p != destination]
+                if scratch and scratch[0].stat().st_size > 44 + 24000:
+                    break
+                self.assertLess(time.monotonic(), deadline, "nothing written")
+                time.sleep(0.1)
+            self.assertEqual(destination.read_bytes(), b"an older file, replaced whole")
+            write(process, SENTENCES[1].encode())
+            result = end_input(process)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(os.listdir(self.scratch), ["stream.wav"])
+        fields, samples = speech_checks.read_wav(destination)
+        self.assertEqual(fields, (1, 2, 24000))
+        self.assertEqual(samples.tobytes(), b"".join(self.spoken_alone(*SENTENCES[:2])))
+
+    def test_nothing_to_speak_means_the_whole_input(self):
+        def slowly(*arguments):
+            """`murmela say` with its input written in parts, with pauses between them."""
+            with say_reading_a_pipe(*arguments) as process:
+                for part in (b"...\n\n", b"  --- ", b"*** \n"):
+                    write(process, part)
+                    time.sleep(0.7)
+                return end_input(process)
+
+        self.assertFails(slowly("--raw"), 3, "nothing to speak")
+        destination = self.scratch / "nothing.wav"
+        self.assertFails(slowly("-o", str(destination)), 3, "nothing to speak")
+        self.assertEqual(os.listdir(self.scratch), [])
+        # Some speech after nothing: done.
+        mixed = say("--raw", stdin=b"...\n\nHello")
+        self.assertEqual(mixed.returncode, 0, mixed.stderr)
+        self.assertEqual(mixed.stdout, self.spoken_alone("Hello")[0])
+
     def test_help_and_version(self):
         shown = say("--help")
         self.assertEqual(shown.returncode, 0)
@@ -136,6 +254,9 @@ class Say(unittest.TestCase):
         finally:
             os.close(directory)
         self.assertFails(result, 3, "cannot read standard input")
+        closed = subprocess.run([PROGRAM, "say", "--raw"], preexec_fn=lambda: os.close(0),
+                                capture_output=True, env=environment(), timeout=60)
+        self.assertFails(closed, 3, "cannot read standard input: Bad file descriptor")
         self.assertFails(say("--raw", stdin=b" \n\t "), 3, "nothing to speak")
         destination = self.scratch / "nothing.wav"
         self.assertFails(say("-o", str(destination), "..."), 3, "nothing to speak")
@@ -181,6 +302,25 @@ class Say(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stderr)
         heard = speech_checks.pcm16(recording.read_bytes())
         self.assertGreater(speech_checks.sounding_seconds(heard), 1.0)
+        # Standard input is heard as it arrives, and the sentence playing is not cut off
+        # when the next one comes.
+        recording = self.scratch / "streamed.raw"
+        with speech_checks.recording_of_the_sink(recording), \
+                say_reading_a_pipe(stdout=subprocess.DEVNULL) as process:
+            write(process, SENTENCES[0].encode() + b"\n")
+            deadline = time.monotonic() + 60
+            while speech_checks.sounding_seconds(
+                    speech_checks.pcm16(recording.read_bytes())) < 0.3:
+                self.assertLess(time.monotonic(), deadline, "nothing heard")
+                time.sleep(0.1)
+            write(process, SENTENCES[1].encode() + b"\n")
+            result = end_input(process)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        streamed = speech_checks.pcm16(recording.read_bytes())
+        both = speech_checks.pcm16(b"".join(self.spoken_alone(*SENTENCES[:2])))
+        self.assertGreater(speech_checks.sounding_seconds(streamed),
+                           speech_checks.sounding_seconds(both) * 0.8)
+        self.assertFails(say(stdin=b"...\n\n---"), 3, "nothing to speak")
         # No sound server at all: a clear error, not a hang.
         self.assertFails(say("hello", env=environment(
             PULSE_SERVER="unix:" + str(self.scratch / "nobody"))), 4, "cannot play")
