@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -152,11 +153,14 @@ std::vector<Reply> ModuleClient::events() {
     return received;
 }
 
-std::optional<int64_t> ModuleClient::peakResidentKilobytes() const {
+std::optional<int64_t> ModuleClient::statusKilobytes(std::string_view field) const {
+    if (pid_ <= 0) {
+        return std::nullopt;
+    }
     std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
-    std::string field;
-    while (status >> field) {
-        if (field == "VmHWM:") {
+    std::string word;
+    while (status >> word) {
+        if (word == field) {
             int64_t kilobytes = 0;
             if (status >> kilobytes) {
                 return kilobytes;
@@ -165,6 +169,33 @@ std::optional<int64_t> ModuleClient::peakResidentKilobytes() const {
         }
     }
     return std::nullopt;
+}
+
+std::optional<int64_t> ModuleClient::peakResidentKilobytes() const {
+    return statusKilobytes("VmHWM:");
+}
+
+std::optional<int64_t> ModuleClient::residentKilobytes() const {
+    return statusKilobytes("VmRSS:");
+}
+
+std::optional<int> ModuleClient::openDescriptors() const {
+    if (pid_ <= 0) {
+        return std::nullopt;
+    }
+    std::error_code error;
+    std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid_) + "/fd", error);
+    if (error) {
+        return std::nullopt;
+    }
+    int count = 0;
+    while (entries != std::filesystem::directory_iterator()) {
+        ++count;
+        if (entries.increment(error); error) {
+            return std::nullopt;
+        }
+    }
+    return count;
 }
 
 int ModuleClient::finish() {

@@ -46,12 +46,18 @@ public:
 
     // The most memory the module has held resident so far, in KiB; nothing once it has ended.
     std::optional<int64_t> peakResidentKilobytes() const;
+    // The memory the module holds resident now, in KiB; nothing once it has ended.
+    std::optional<int64_t> residentKilobytes() const;
+    // How many file descriptors the module has open; nothing once it has ended.
+    std::optional<int> openDescriptors() const;
 
     // Closes the module's input and gives its exit status; -1 when it had to be killed.
     int finish();
 
 private:
     std::optional<std::string> nextLine(std::chrono::milliseconds patience);
+    // A size in KiB from the module's /proc status, e.g. "VmRSS:".
+    std::optional<int64_t> statusKilobytes(std::string_view field) const;
 
     pid_t pid_ = -1;
     int input_ = -1;
