@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -111,10 +113,14 @@ std::optional<std::string> ModuleClient::nextLine(std::chrono::milliseconds pati
 std::optional<Reply> ModuleClient::next(std::chrono::milliseconds patience) {
     Reply reply;
     while (std::optional<std::string> line = nextLine(patience)) {
-        if (line->size() < 4) {
+        // Anything but "<three digits><space or dash>" is no reply: the exchange is over.
+        const char* digits = line->data();
+        const auto [end, error] =
+            std::from_chars(digits, digits + std::min<size_t>(3, line->size()), reply.code);
+        if (line->size() < 4 || error != std::errc() || end != digits + 3 ||
+            ((*line)[3] != ' ' && (*line)[3] != '-')) {
             return std::nullopt;
         }
-        reply.code = std::stoi(line->substr(0, 3));
         const std::string_view text = std::string_view(*line).substr(4);
         if ((*line)[3] == ' ') {
             reply.last = text;

@@ -37,7 +37,8 @@ public:
     // Writes `text` to the module's input; false when the module no longer reads.
     bool send(std::string_view text);
 
-    // The next reply or event; nothing when none comes within `patience` or the output ends.
+    // The next reply or event; nothing when none comes within `patience`, the output ends or
+    // the module writes a line that is not one.
     std::optional<Reply> next(std::chrono::milliseconds patience = std::chrono::seconds(60));
     // The next reply that is not an event, keeping the events on the way in `passed`.
     std::optional<Reply> nextReply(std::vector<Reply>* passed = nullptr);
