@@ -1,5 +1,6 @@
 // The checker the soak runs every event through: quiet about what a well-behaved module sends,
-// including the races the protocol allows, and naming each kind of broken promise.
+// including the races the protocol allows, and naming each kind of broken promise; and the soak
+// against a program that is no module.
 
 #include <gtest/gtest.h>
 
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "speechd/event_checker.h"
+#include "speechd/module_soak.h"
 
 namespace murmela::speechd {
 namespace {
@@ -131,6 +133,19 @@ TEST(SpeechdEventChecker, NamesEveryBrokenPromise) {
     twice.speak().event(begin).speak().event(end).event(end);
     EXPECT_EQ(twice.faults(), (Faults{"SPEAKING while message 1 is still open",
                                       "message 2: END before BEGIN", "END after message 2's END"}));
+}
+
+TEST(SpeechdEventChecker, ASoakOfWhatIsNoModuleEndsWithItsReason) {
+    // A wrapper that prints its own greeting on the module's output, then a module that ends.
+    for (const char* program : {"/bin/echo", "/bin/true"}) {
+        ModuleClient module(program, {"profiler output will be written to x"}, {});
+        const SoakReport report = runSoak(module, {.rounds = 5, .settledRound = 2, .seed = 1});
+        EXPECT_EQ(report.rounds, 0) << program;
+        EXPECT_EQ(report.abandoned,
+                  "the module went quiet, went away or wrote what is no reply in round 1")
+            << program;
+        EXPECT_FALSE(report.problems().empty()) << program;
+    }
 }
 
 }  // namespace
