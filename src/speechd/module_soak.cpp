@@ -27,9 +27,10 @@ constexpr std::array sentences = {
 constexpr std::string_view entitySentence = "Tom &amp; Jerry &lt;3 cheese.";
 constexpr std::array voices = {"male1", "female1", "child_male", "female3"};
 // The first rounds speak runs of three, two and one sentences from each sentence on, to their
-// end at the slowest rate: the voice's model runtime keeps the largest memory pool it has
-// needed, and how large that gets depends on the order of the inputs it has met, so they are all
-// met before memory is first read.
+// end at the slowest rate. The voice's model runtime keeps the largest memory pool it has needed,
+// and how large that gets depends on the sizes and the order of the inputs it has met (one run of
+// two sentences after one of three adds 40 MB), so the largest inputs come by in many orders
+// before memory is first read.
 constexpr int longestRun = 3;
 constexpr int warmUpRounds = longestRun * (static_cast<int>(sentences.size()) + 1);
 
