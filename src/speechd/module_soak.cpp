@@ -69,13 +69,13 @@ public:
     }
 
 private:
-    int chance(int lowest, int highest) {
+    int randomBetween(int lowest, int highest) {
         return std::uniform_int_distribution<int>(lowest, highest)(random_);
     }
-    bool oneIn(int times) { return chance(1, times) == 1; }
+    bool oneIn(int times) { return randomBetween(1, times) == 1; }
     template <typename Choices>
     auto pick(const Choices& choices) {
-        return choices[static_cast<size_t>(chance(0, static_cast<int>(choices.size()) - 1))];
+        return choices[static_cast<size_t>(randomBetween(0, static_cast<int>(choices.size()) - 1))];
     }
 
     // The next reply or event, shown to the checker; nothing when the module has gone quiet.
@@ -139,10 +139,10 @@ private:
     bool changeSettings() {
         std::string settings;
         if (oneIn(4)) {
-            settings += "rate=" + std::to_string(chance(-100, 100)) + "\n";
+            settings += "rate=" + std::to_string(randomBetween(-100, 100)) + "\n";
         }
         if (oneIn(4)) {
-            settings += "volume=" + std::to_string(chance(-100, 100)) + "\n";
+            settings += "volume=" + std::to_string(randomBetween(-100, 100)) + "\n";
         }
         if (oneIn(6)) {
             settings += std::string("voice=") + pick(voices) + "\n";
@@ -157,7 +157,7 @@ private:
     // sends them, sometimes plain text.
     Message message() {
         Message message;
-        const int count = chance(1, 3);
+        const int count = randomBetween(1, 3);
         if (oneIn(5)) {
             for (int sentence = 0; sentence < count; ++sentence) {
                 if (sentence > 0) {
@@ -179,7 +179,8 @@ private:
             }
             message.body += oneIn(8) ? std::string(entitySentence) : pick(sentences);
             if (oneIn(6)) {
-                message.body += "<break time=\"" + std::to_string(chance(10, 300)) + "ms\"/>";
+                message.body +=
+                    "<break time=\"" + std::to_string(randomBetween(10, 300)) + "ms\"/>";
             }
             message.body += oneIn(3) ? "\n" : " ";
         }
@@ -222,12 +223,12 @@ private:
         }
         // Most messages are cut short, after a random number of events (none at all included),
         // now and then a little later still, to land in the middle of synthesis.
-        const int draw = chance(1, 20);
+        const int draw = randomBetween(1, 20);
         const Interruption interruption = warmingUp || draw <= 7 ? Interruption::none
                                           : draw <= 15           ? Interruption::stop
                                                                  : Interruption::pause;
-        const int interruptAfter = chance(0, 8);
-        const int delayMilliseconds = oneIn(4) ? chance(1, 40) : 0;
+        const int interruptAfter = randomBetween(0, 8);
+        const int delayMilliseconds = oneIn(4) ? randomBetween(1, 40) : 0;
         int events = 0;
         bool interrupted = interruption == Interruption::none;
         while (checker_.speaking()) {
