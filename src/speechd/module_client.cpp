@@ -6,6 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -110,10 +113,14 @@ std::optional<std::string> ModuleClient::nextLine(std::chrono::milliseconds pati
 std::optional<Reply> ModuleClient::next(std::chrono::milliseconds patience) {
     Reply reply;
     while (std::optional<std::string> line = nextLine(patience)) {
-        if (line->size() < 4) {
+        // Anything but "<three digits><space or dash>" is no reply: the exchange is over.
+        const char* digits = line->data();
+        const auto [end, error] =
+            std::from_chars(digits, digits + std::min<size_t>(3, line->size()), reply.code);
+        if (line->size() < 4 || error != std::errc() || end != digits + 3 ||
+            ((*line)[3] != ' ' && (*line)[3] != '-')) {
             return std::nullopt;
         }
-        reply.code = std::stoi(line->substr(0, 3));
         const std::string_view text = std::string_view(*line).substr(4);
         if ((*line)[3] == ' ') {
             reply.last = text;
@@ -152,11 +159,14 @@ std::vector<Reply> ModuleClient::events() {
     return received;
 }
 
-std::optional<int64_t> ModuleClient::peakResidentKilobytes() const {
+std::optional<int64_t> ModuleClient::statusKilobytes(std::string_view field) const {
+    if (pid_ <= 0) {
+        return std::nullopt;
+    }
     std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
-    std::string field;
-    while (status >> field) {
-        if (field == "VmHWM:") {
+    std::string word;
+    while (status >> word) {
+        if (word == field) {
             int64_t kilobytes = 0;
             if (status >> kilobytes) {
                 return kilobytes;
@@ -165,6 +175,33 @@ std::optional<int64_t> ModuleClient::peakResidentKilobytes() const {
         }
     }
     return std::nullopt;
+}
+
+std::optional<int64_t> ModuleClient::peakResidentKilobytes() const {
+    return statusKilobytes("VmHWM:");
+}
+
+std::optional<int64_t> ModuleClient::residentKilobytes() const {
+    return statusKilobytes("VmRSS:");
+}
+
+std::optional<int> ModuleClient::openDescriptors() const {
+    if (pid_ <= 0) {
+        return std::nullopt;
+    }
+    std::error_code error;
+    std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid_) + "/fd", error);
+    if (error) {
+        return std::nullopt;
+    }
+    int count = 0;
+    while (entries != std::filesystem::directory_iterator()) {
+        ++count;
+        if (entries.increment(error); error) {
+            return std::nullopt;
+        }
+    }
+    return count;
 }
 
 int ModuleClient::finish() {

@@ -37,7 +37,8 @@ public:
     // Writes `text` to the module's input; false when the module no longer reads.
     bool send(std::string_view text);
 
-    // The next reply or event; nothing when none comes within `patience` or the output ends.
+    // The next reply or event; nothing when none comes within `patience`, the output ends or
+    // the module writes a line that is not one.
     std::optional<Reply> next(std::chrono::milliseconds patience = std::chrono::seconds(60));
     // The next reply that is not an event, keeping the events on the way in `passed`.
     std::optional<Reply> nextReply(std::vector<Reply>* passed = nullptr);
@@ -50,11 +51,18 @@ public:
 
     // The most memory the module has held resident so far, in KiB; nothing once it has ended.
     std::optional<int64_t> peakResidentKilobytes() const;
+    // The memory the module holds resident now, in KiB; nothing once it has ended.
+    std::optional<int64_t> residentKilobytes() const;
+    // How many file descriptors the module has open; nothing once it has ended.
+    std::optional<int> openDescriptors() const;
 
     // Closes the module's input and gives its exit status; -1 when it had to be killed.
     int finish();
 
 private:
+    // A size in KiB from the module's /proc status, e.g. "VmRSS:".
+    std::optional<int64_t> statusKilobytes(std::string_view field) const;
+
     pid_t pid_ = -1;
     int input_ = -1;
     int output_ = -1;
