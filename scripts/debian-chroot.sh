@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Debian systems of another release in chroots, for building and testing the package there.
 # Sourced by scripts/package-release and the package tests; needs root (debootstrap, chroot,
 # mount). A minimal system of each release is made once by debootstrap from this machine's own
@@ -18,7 +19,7 @@ debian_chroot_private_mounts() {
         echo "$(basename "$1"): needs root, for debootstrap, chroot and mount (run it with sudo)" >&2
         exit 1
     fi
-    if [[ ${MURMELA_PRIVATE_MOUNTS:-} != $$ ]]; then
+    if [[ ${MURMELA_PRIVATE_MOUNTS:-} != "$$" ]]; then
         MURMELA_PRIVATE_MOUNTS=$$ exec unshare --mount --propagation private -- bash "$@"
     fi
 }
