@@ -1,9 +1,17 @@
 # The Debian package (scripts/package runs CPack's DEB generator in a build directory):
 # /usr/bin/murmela, its resources in /usr/share/murmela, the desktop files, and ONNX Runtime,
-# which Debian 12 lacks, as a private library in /usr/lib/murmela that only the program's
-# RUNPATH finds. Dependencies come from the binaries (dpkg-shlibdeps).
+# where the release packages none (Debian 12), as a private library in /usr/lib/murmela that
+# only the program's RUNPATH finds. Dependencies come from the binaries (dpkg-shlibdeps).
 set(MURMELA_PACKAGE_MAINTAINER "Murmela developers <murmela@example.org>" CACHE STRING
     "Maintainer field of the Debian package")
+# Packages built on different Debian releases differ in their dependencies; the version says
+# which release one is for ("0.1.0~deb12"), so that their files never collide in one archive,
+# and a package for a newer release is the newer package.
+file(STRINGS /etc/os-release os_version_id REGEX "^VERSION_ID=")
+string(REGEX REPLACE "^VERSION_ID=\"?([0-9]+).*" "~deb\\1" murmela_release_suffix "${os_version_id}")
+set(MURMELA_PACKAGE_VERSION_SUFFIX "${murmela_release_suffix}" CACHE STRING
+    "Appended to the package's version: the Debian release it is built for")
+set(MURMELA_PACKAGE_VERSION ${PROJECT_VERSION}${MURMELA_PACKAGE_VERSION_SUFFIX})
 set(murmela_doc_dir ${CMAKE_INSTALL_DATADIR}/doc/murmela)
 set(murmela_package_files ${CMAKE_BINARY_DIR}/package-files)
 
@@ -26,12 +34,16 @@ add_custom_command(
     VERBATIM)
 
 # A native package's changelog, compressed as Debian policy asks (gzip -9, no name or time).
-execute_process(
-    COMMAND git log -1 --format=%aD
-    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
-    OUTPUT_VARIABLE MURMELA_PACKAGE_DATE
-    OUTPUT_STRIP_TRAILING_WHITESPACE
-    ERROR_QUIET)
+# Its date is the last commit's, or the one given where the sources are not a checkout.
+set(MURMELA_PACKAGE_DATE "" CACHE STRING "Date of the package's changelog entry (RFC 5322)")
+if(MURMELA_PACKAGE_DATE STREQUAL "")
+    execute_process(
+        COMMAND git log -1 --format=%aD
+        WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+        OUTPUT_VARIABLE MURMELA_PACKAGE_DATE
+        OUTPUT_STRIP_TRAILING_WHITESPACE
+        ERROR_QUIET)
+endif()
 if(MURMELA_PACKAGE_DATE STREQUAL "")
     string(TIMESTAMP MURMELA_PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
 endif()
@@ -53,13 +65,17 @@ add_custom_target(murmela_package_files ALL
 install(FILES ${murmela_package_files}/copyright ${murmela_package_files}/changelog.gz
     DESTINATION ${murmela_doc_dir})
 install(FILES ${murmela_package_files}/murmela.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-# What lintian is told to accept, with the reasons, in the file itself.
-install(FILES ${PROJECT_SOURCE_DIR}/packaging/lintian-overrides
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME murmela)
+# What lintian is told to accept, with the reasons, in the file itself: all of it is about
+# the private ONNX Runtime, so it goes only with that.
+if(MURMELA_ONNXRUNTIME_LIBRARY)
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/lintian-overrides
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME murmela)
+endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME murmela)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_DEBIAN_PACKAGE_VERSION ${MURMELA_PACKAGE_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${MURMELA_PACKAGE_MAINTAINER})

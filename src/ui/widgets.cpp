@@ -91,8 +91,10 @@ void followForegroundColor(QWidget* widget, const AppearanceColor& color) {
 }
 
 void followColor(QWidget* widget, QPalette::ColorRole role, const AppearanceColor& color) {
-    auto* follower = widget->findChild<ColorFollower*>(ColorFollower::followerName(role),
-                                                       Qt::FindDirectChildrenOnly);
+    // Found by its name, which only a follower carries: the class has no meta-object of its
+    // own for findChild to cast with (newer Qt refuses to try).
+    auto* follower = static_cast<ColorFollower*>(
+        widget->findChild<QObject*>(ColorFollower::followerName(role), Qt::FindDirectChildrenOnly));
     if (follower == nullptr) {
         follower = new ColorFollower(widget, role, color);
         follower->apply();
