@@ -31,7 +31,7 @@ std::string joined(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-Module::Module(int input, int output, std::function<std::unique_ptr<Voice>()> openVoice)
+Module::Module(int input, int output, std::function<std::shared_ptr<Voice>()> openVoice)
     : output_(output), reader_(input, longestMessage), openVoice_(std::move(openVoice)) {}
 
 Module::~Module() {
