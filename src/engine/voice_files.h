@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engine/model_io.h"
@@ -32,6 +33,8 @@ public:
 
     // Reads and checks voice.json. Throws VoiceError, or the JSON parser's own error.
     VoiceInterface readInterface() const;
+    // Checks the text of a voice.json; throws as readInterface() does.
+    static VoiceInterface parseInterface(std::string_view text);
 
     // Loads the model that `programs` names for `name`. Throws VoiceError, or the runtime's own
     // error when the runtime refuses the file.
