@@ -3,12 +3,21 @@
 // numbered reply or event, and each message it accepts has its events in order: BEGIN, then its
 // index marks and audio, then one closing event, before the next message is accepted.
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "engine/voice.h"
 #include "speechd/module.h"
@@ -24,7 +33,9 @@ bool isNumbered(std::string_view line) {
            std::isdigit(static_cast<unsigned char>(line[2])) && (line[3] == ' ' || line[3] == '-');
 }
 
-void checkAnswers(std::string_view output) {
+// Checks what the module has written so far (`whole`: all it will write) and says whether a
+// message is being spoken.
+bool checkAnswers(std::string_view output, bool whole) {
     namespace reply = speechd::reply;
     auto is = [](std::string_view line, std::string_view expected) {
         return line == expected.substr(0, expected.size() - 1);  // without its LF
@@ -34,7 +45,10 @@ void checkAnswers(std::string_view output) {
     while (start < output.size()) {
         const size_t end = output.find('\n', start);
         if (end == std::string_view::npos) {
-            broken("the module writes whole lines");
+            if (whole) {
+                broken("the module writes whole lines");
+            }
+            break;  // still being written
         }
         const std::string_view line = output.substr(start, end - start);
         start = end + 1;
@@ -62,6 +76,7 @@ void checkAnswers(std::string_view output) {
             message = Message::none;
         }
     }
+    return message != Message::none;
 }
 
 }  // namespace
@@ -69,14 +84,53 @@ void checkAnswers(std::string_view output) {
 void moduleSession(const uint8_t* data, size_t size) {
     // Opened once: sessions follow one another, and each module stops its speech as it ends.
     static const std::shared_ptr<Voice> voice = openWarmVoice(MURMELA_TEST_VOICE_DIR);
-    const int input = memoryFile({reinterpret_cast<const char*>(data), size});
+    // A module that has quit reads no more, and the write to it fails.
+    static const bool writesFailQuietly = ::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
+    int pipe[2];
+    if (!writesFailQuietly || ::pipe2(pipe, O_CLOEXEC) != 0 ||
+        ::fcntl(pipe[1], F_SETFL, O_NONBLOCK) != 0) {
+        broken("a pipe to the module can be made");
+    }
     const int output = memoryFile({});
     {
-        speechd::Module module(input, output, [] { return voice; });
-        module.run();
+        speechd::Module module(pipe[0], output, [] { return voice; });
+        std::atomic<bool> ended = false;
+        std::thread reader([&module, &ended] {
+            module.run();
+            ended = true;
+        });
+        // The input stays open until the module has read it all and the message it speaks has
+        // ended (ten seconds at most), so the worker's events are checked too, as speech-
+        // dispatcher sees them; then it closes, as when the server goes.
+        size_t sent = 0;
+        while (sent < size && !ended) {
+            const ssize_t written = ::write(pipe[1], data + sent, size - sent);
+            if (written > 0) {
+                sent += static_cast<size_t>(written);
+            } else if (errno == EAGAIN) {
+                pollfd writable{pipe[1], POLLOUT, 0};
+                ::poll(&writable, 1, 10);
+            } else {
+                break;
+            }
+        }
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        std::optional<std::string> seen;  // what the module had written at the last look
+        while (!ended && std::chrono::steady_clock::now() < deadline) {
+            int unread = 0;
+            ::ioctl(pipe[0], FIONREAD, &unread);
+            std::string written = contents(output);
+            if (unread == 0 && written == seen && !checkAnswers(written, false)) {
+                break;
+            }
+            seen = std::move(written);
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        ::close(pipe[1]);
+        reader.join();
     }
-    checkAnswers(contents(output));
-    ::close(input);
+    checkAnswers(contents(output), true);
+    ::close(pipe[0]);
     ::close(output);
 }
 
