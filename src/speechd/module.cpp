@@ -103,7 +103,6 @@ void Module::initialize() {
         voice_ = openVoice_();
     } catch (const std::exception& error) {
         failure = error.what();
-        std::replace(failure.begin(), failure.end(), '\n', ' ');
     }
     if (!voice_) {
         log::error("sd_murmela", failure);
