@@ -144,4 +144,4 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 #endif
 
-MURMELA_FUZZ_TARGET(ModuleAnswersInWholeOrderedEvents, murmela::fuzzing::moduleSession, 300)
+MURMELA_FUZZ_TARGET(ModuleAnswersInWholeOrderedEvents, murmela::fuzzing::moduleSession, 60)
