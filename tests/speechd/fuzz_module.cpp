@@ -100,8 +100,10 @@ void moduleSession(const uint8_t* data, size_t size) {
             ended = true;
         });
         // The input stays open until the module has read it all and the message it speaks has
-        // ended (ten seconds at most), so the worker's events are checked too, as speech-
-        // dispatcher sees them; then it closes, as when the server goes.
+        // ended, so the worker's events are checked too, as speech-dispatcher sees them; then
+        // it closes, as when the server goes. A module that writes nothing for a quarter of a
+        // second waits for the rest of a command (holding back the worker's events until then),
+        // and is not waited for.
         size_t sent = 0;
         while (sent < size && !ended) {
             const ssize_t written = ::write(pipe[1], data + sent, size - sent);
@@ -114,13 +116,19 @@ void moduleSession(const uint8_t* data, size_t size) {
                 break;
             }
         }
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        using Clock = std::chrono::steady_clock;
+        const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+        Clock::time_point lastChange = Clock::now();
         std::optional<std::string> seen;  // what the module had written at the last look
-        while (!ended && std::chrono::steady_clock::now() < deadline) {
+        while (!ended && Clock::now() < deadline) {
             int unread = 0;
             ::ioctl(pipe[0], FIONREAD, &unread);
             std::string written = contents(output);
-            if (unread == 0 && written == seen && !checkAnswers(written, false)) {
+            if (written != seen) {
+                lastChange = Clock::now();
+            } else if (unread == 0 &&
+                       (!checkAnswers(written, false) ||
+                        Clock::now() - lastChange > std::chrono::milliseconds(250))) {
                 break;
             }
             seen = std::move(written);
