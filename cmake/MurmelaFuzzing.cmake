@@ -104,7 +104,7 @@ endfunction()
 
 # murmela_fuzz_target(<name> ENTRY <file> SEEDS <directory> FUZZ_LIBRARIES ... [FUZZ_SOURCES ...]
 #                     LIBRARIES ... [LABELS ...] [ARGUMENTS ...] [ENVIRONMENT ...])
-# A fuzz target whose ENTRY declares it with MURMELA_FUZZ_TARGET (tests/support/fuzzing.h).
+# A fuzz target whose ENTRY declares it with MURMELA_FUZZ_ENTRY (tests/support/fuzzing.h).
 # With libFuzzer: the fuzzer <name>_fuzzer, made of the ENTRY, the FUZZ_SOURCES and the
 # FUZZ_LIBRARIES' sources, run for 30 s from the SEEDS as the test <name>_fuzz (labelled core,
 # like every test of the build without sanitizers). Without: the test <name>_random_input

@@ -37,4 +37,4 @@ void parityLines(const uint8_t* data, size_t size) {
 
 }  // namespace murmela::fuzzing
 
-MURMELA_FUZZ_TARGET(ParityLinesAreCheckedOrRefused, murmela::fuzzing::parityLines, 2000)
+MURMELA_FUZZ_ENTRY(ParityLinesAreCheckedOrRefused, murmela::fuzzing::parityLines, 2000)

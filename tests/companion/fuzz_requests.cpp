@@ -149,5 +149,5 @@ void companionSession(const uint8_t* data, size_t size) {
 
 }  // namespace murmela::fuzzing
 
-MURMELA_FUZZ_TARGET(EveryRequestGetsAtMostOneWellFormedAnswer, murmela::fuzzing::companionSession,
-                    2000)
+MURMELA_FUZZ_ENTRY(EveryRequestGetsAtMostOneWellFormedAnswer, murmela::fuzzing::companionSession,
+                   2000)

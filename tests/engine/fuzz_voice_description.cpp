@@ -24,5 +24,5 @@ void voiceDescription(const uint8_t* data, size_t size) {
 
 }  // namespace murmela::fuzzing
 
-MURMELA_FUZZ_TARGET(VoiceDescriptionsGiveAnInterfaceOrTheirError,
-                    murmela::fuzzing::voiceDescription, 2000)
+MURMELA_FUZZ_ENTRY(VoiceDescriptionsGiveAnInterfaceOrTheirError, murmela::fuzzing::voiceDescription,
+                   2000)

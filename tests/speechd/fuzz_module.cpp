@@ -152,4 +152,4 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 #endif
 
-MURMELA_FUZZ_TARGET(ModuleAnswersInWholeOrderedEvents, murmela::fuzzing::moduleSession, 60)
+MURMELA_FUZZ_ENTRY(ModuleAnswersInWholeOrderedEvents, murmela::fuzzing::moduleSession, 60)

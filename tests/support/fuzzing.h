@@ -2,7 +2,7 @@
 // What the fuzz targets share. Each target returns normally for any input and aborts on a
 // broken promise, which libFuzzer and the random-input tests both report.
 //
-// MURMELA_FUZZ_TARGET(Name, target, count) makes `target(data, size)` the entry point: libFuzzer's
+// MURMELA_FUZZ_ENTRY(Name, target, count) makes `target(data, size)` the entry point: libFuzzer's
 // in a fuzzer (built with MURMELA_LIBFUZZER); elsewhere the test RandomInput.Name, which feeds it
 // `count` mutations of the seeds in MURMELA_FUZZ_SEEDS.
 
@@ -15,7 +15,7 @@
 #include <string_view>
 
 #ifdef MURMELA_LIBFUZZER
-#define MURMELA_FUZZ_TARGET(Name, target, count)                              \
+#define MURMELA_FUZZ_ENTRY(Name, target, count)                               \
     extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { \
         target(data, size);                                                   \
         return 0;                                                             \
@@ -24,7 +24,7 @@
 #include <gtest/gtest.h>
 
 #include "support/random_inputs.h"
-#define MURMELA_FUZZ_TARGET(Name, target, count)                                  \
+#define MURMELA_FUZZ_ENTRY(Name, target, count)                                   \
     TEST(RandomInput, Name) {                                                     \
         for (const std::string& input :                                           \
              murmela::testing::mutatedSeeds(MURMELA_FUZZ_SEEDS, count, 1)) {      \
