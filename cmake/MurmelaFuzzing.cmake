@@ -89,7 +89,8 @@ endfunction()
 # murmela_fuzz_test(<test> FUZZER <name> SEEDS <directory> SECONDS <n> [ARGUMENTS ...]
 #                   [ENVIRONMENT ...]): a run of the fuzzer for n seconds from the seeds. New
 # inputs it finds are kept in the build tree, so later runs start from them; an input that
-# breaks a promise is written beside them.
+# breaks a promise is written beside them. Labelled core: only the build without sanitizers has
+# fuzzers, so the sanitizer builds' selection of core tests never runs one.
 function(murmela_fuzz_test test)
     cmake_parse_arguments(ARG "" "FUZZER;SEEDS;SECONDS" "ARGUMENTS;ENVIRONMENT" ${ARGN})
     set(corpus ${CMAKE_CURRENT_BINARY_DIR}/fuzz_corpus/${test})
@@ -106,9 +107,9 @@ endfunction()
 #                     LIBRARIES ... [LABELS ...] [ARGUMENTS ...] [ENVIRONMENT ...])
 # A fuzz target whose ENTRY declares it with MURMELA_FUZZ_ENTRY (tests/support/fuzzing.h).
 # With libFuzzer: the fuzzer <name>_fuzzer, made of the ENTRY, the FUZZ_SOURCES and the
-# FUZZ_LIBRARIES' sources, run for 30 s from the SEEDS as the test <name>_fuzz (labelled core,
-# like every test of the build without sanitizers). Without: the test <name>_random_input
-# (see murmela_test), the ENTRY built as usual and linked with the LIBRARIES, given the LABELS.
+# FUZZ_LIBRARIES' sources, run for 30 s from the SEEDS as the test <name>_fuzz (see
+# murmela_fuzz_test). Without: the test <name>_random_input (see murmela_test), the ENTRY built
+# as usual and linked with the LIBRARIES, given the LABELS.
 function(murmela_fuzz_target name)
     cmake_parse_arguments(ARG "" "ENTRY;SEEDS"
         "FUZZ_LIBRARIES;FUZZ_SOURCES;LIBRARIES;LABELS;ARGUMENTS;ENVIRONMENT" ${ARGN})
