@@ -19,6 +19,7 @@
 #include "build_info.h"
 #include "cli/narrator.h"
 #include "companion/mcp_server.h"
+#include "companion/narrator_speech.h"
 #include "files/files.h"
 
 namespace {
@@ -67,7 +68,8 @@ int main(int argc, char** argv) {
 
     QCoreApplication application(argc, argv);
     auto narrator = std::make_unique<Narrator>([] { return openWarmVoice(std::nullopt); });
-    companion::SpeechTools tools(*narrator);
+    companion::NarratorSpeech speech(*narrator);
+    companion::SpeechTools tools(speech);
     const char* home = std::getenv("HOME");
     companion::McpServer server(
         tools,

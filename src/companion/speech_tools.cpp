@@ -109,21 +109,26 @@ json toolResult(const std::string& text, bool isError) {
     return {{"content", json::array({{{"type", "text"}, {"text", text}}})}, {"isError", isError}};
 }
 
-SpeechTools::SpeechTools(Narrator& narrator) : narrator_(narrator) {
-    QObject::connect(&narrator_, &Narrator::synthesised, [this](qint64 samples) {
-        if (samples == 0) {
-            answerSpeak(toolResult("The text has nothing to speak.", true));
-            return;
-        }
-        json result = toolResult("Speaking " + seconds(samples) + " seconds of audio.");
-        result["structuredContent"] = {{"seconds", secondsOf(samples)}};
-        answerSpeak(std::move(result));
-    });
-    QObject::connect(&narrator_, &Narrator::voiceFailed, [this](const QString& description) {
-        answerSpeak(toolResult("The voice failed: " + description.toStdString(), true));
-    });
-    QObject::connect(&narrator_, &Narrator::soundFailed, [this](const QString& description) {
-        answerSpeak(toolResult("The sound output failed: " + description.toStdString(), true));
+SpeechTools::SpeechTools(Speech& speech) : speech_(speech) {
+    speech_.reportTo({
+        .synthesised =
+            [this](int64_t samples) {
+                if (samples == 0) {
+                    answerSpeak(toolResult("The text has nothing to speak.", true));
+                    return;
+                }
+                json result = toolResult("Speaking " + seconds(samples) + " seconds of audio.");
+                result["structuredContent"] = {{"seconds", secondsOf(samples)}};
+                answerSpeak(std::move(result));
+            },
+        .voiceFailed =
+            [this](const std::string& description) {
+                answerSpeak(toolResult("The voice failed: " + description, true));
+            },
+        .soundFailed =
+            [this](const std::string& description) {
+                answerSpeak(toolResult("The sound output failed: " + description, true));
+            },
     });
 }
 
@@ -186,7 +191,7 @@ void SpeechTools::speak(const json& arguments, std::function<void(json)> reply) 
     const double speed = optionalSpeed(arguments);
     answerSpeak(toolResult("Stopped by a newer speech before it was all made."));
     try {
-        narrator_.speak(std::move(text), speed);
+        speech_.speak(std::move(text), speed);
     } catch (const AudioOutputError& error) {
         reply(toolResult(std::string("The sound output cannot be opened: ") + error.what(), true));
         return;
@@ -196,7 +201,7 @@ void SpeechTools::speak(const json& arguments, std::function<void(json)> reply) 
 
 void SpeechTools::stop(std::function<void(json)> reply) {
     answerSpeak(toolResult("Stopped before it was all made."));
-    reply(toolResult(narrator_.stop() ? "Stopped speaking." : "Nothing was being spoken."));
+    reply(toolResult(speech_.stop() ? "Stopped speaking." : "Nothing was being spoken."));
 }
 
 void SpeechTools::save(const json& arguments, std::function<void(json)> reply) {
@@ -218,7 +223,7 @@ void SpeechTools::save(const json& arguments, std::function<void(json)> reply) {
             throw SaveRefused(requested.string() + " changed while it was being written");
         }
     };
-    narrator_.save(
+    speech_.save(
         std::move(text), speed, destination,
         [requested, reply = std::move(reply)](const Narrator::SaveResult& result) {
             if (result.error) {

@@ -3,6 +3,8 @@
 // checked against the schemas here, and whatever is wrong with them comes back as a tool result
 // marked as an error, in words an assistant can act on.
 
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -13,11 +15,35 @@
 
 namespace murmela::companion {
 
+// What the tools speak and save through: the companion's narrator (NarratorSpeech), or one that
+// makes no sound where only the requests are under test. Called, and reporting, on one thread.
+class Speech {
+public:
+    // How each speech that speak() starts ends, unless stop() comes first: all of it made
+    // (`synthesised`, with its samples; 0 when there was nothing to speak), or a failure of the
+    // voice or of the sound output, with its description.
+    struct Outcomes {
+        std::function<void(int64_t samples)> synthesised;
+        std::function<void(const std::string& description)> voiceFailed;
+        std::function<void(const std::string& description)> soundFailed;
+    };
+
+    virtual ~Speech() = default;
+    // Where the outcomes of later speeches go.
+    virtual void reportTo(Outcomes outcomes) = 0;
+    // As the narrator's members of the same names.
+    virtual void speak(std::string text, double speed) = 0;
+    virtual bool stop() = 0;
+    virtual void save(std::string text, double speed, std::filesystem::path destination,
+                      std::function<void(Narrator::SaveResult)> done,
+                      std::function<void()> checkDestination) = 0;
+};
+
 class SpeechTools {
 public:
-    // Speaks and saves through `narrator`, which must outlive the tools. Saves nowhere until
+    // Speaks and saves through `speech`, which must outlive the tools. Saves nowhere until
     // told where it may (allowSavingIn).
-    explicit SpeechTools(Narrator& narrator);
+    explicit SpeechTools(Speech& speech);
     SpeechTools(const SpeechTools&) = delete;
     SpeechTools& operator=(const SpeechTools&) = delete;
 
@@ -42,7 +68,7 @@ private:
     // Answers the speak call still waiting for its speech to be made, if any.
     void answerSpeak(nlohmann::json result);
 
-    Narrator& narrator_;
+    Speech& speech_;
     SaveLocation location_ =
         SaveLocation::nowhere("the companion has not been told where to write");
     std::function<void(nlohmann::json)> speakReply_;  // the speak call waiting for its answer

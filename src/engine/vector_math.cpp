@@ -1,5 +1,6 @@
 #include "engine/vector_math.h"
 
+#include <cpuid.h>
 #include <immintrin.h>
 #include <bit>
 #include <cstdint>
@@ -58,7 +59,11 @@ inline float toFloat(uint16_t half) {
 }  // namespace
 
 bool hasF16c() {
-    return __builtin_cpu_supports("avx") && __builtin_cpu_supports("f16c");
+    // The F16C bit is read from CPUID itself: clang (which builds the fuzzers) has no name for
+    // it in __builtin_cpu_supports.
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    return __builtin_cpu_supports("avx") && __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 &&
+           (ecx & bit_F16C) != 0;
 }
 
 void floatToHalfPortable(const float* __restrict from, uint16_t* __restrict to, std::size_t count) {

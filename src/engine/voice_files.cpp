@@ -72,6 +72,10 @@ VoiceInterface VoiceFiles::readInterface() const {
     } catch (const std::filesystem::filesystem_error&) {
         throw VoiceError::missing("voice.json");
     }
+    return parseInterface(text);
+}
+
+VoiceInterface VoiceFiles::parseInterface(std::string_view text) {
     json document = json::parse(text);
 
     if (!document.is_object()) {

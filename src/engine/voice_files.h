@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engine/model_io.h"
@@ -45,6 +46,8 @@ public:
 
     // Reads and checks voice.json. Throws VoiceError, or the JSON parser's own error.
     VoiceInterface readInterface() const;
+    // Checks the text of a voice.json; throws as readInterface() does.
+    static VoiceInterface parseInterface(std::string_view text);
 
     // Reads voice.json's description. Throws the file system's error or the JSON parser's;
     // anything but an object describes nothing.

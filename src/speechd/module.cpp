@@ -32,7 +32,7 @@ std::string joined(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-Module::Module(int input, int output, std::function<std::unique_ptr<Voice>()> openVoice)
+Module::Module(int input, int output, std::function<std::shared_ptr<Voice>()> openVoice)
     : output_(output), reader_(input, longestMessage), openVoice_(std::move(openVoice)) {}
 
 Module::~Module() {
@@ -104,7 +104,6 @@ void Module::initialize() {
         voice_ = openVoice_();
     } catch (const std::exception& error) {
         failure = error.what();
-        std::replace(failure.begin(), failure.end(), '\n', ' ');
     }
     if (!voice_) {
         log::error("sd_murmela", failure);

@@ -30,8 +30,9 @@ public:
     // The largest message accepted, in bytes; a longer one is refused and read to its end.
     static constexpr size_t longestMessage = 512 * 1024;
 
-    // `openVoice` is called on INIT; what it throws is reported as the INIT failure.
-    Module(int input, int output, std::function<std::unique_ptr<Voice>()> openVoice);
+    // `openVoice` is called on INIT; what it throws is reported as the INIT failure. The voice
+    // may be shared, as long as nothing else speaks with it while the module lives.
+    Module(int input, int output, std::function<std::shared_ptr<Voice>()> openVoice);
     ~Module();
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
@@ -70,8 +71,8 @@ private:
 
     int output_;
     LineReader reader_;
-    std::function<std::unique_ptr<Voice>()> openVoice_;
-    std::unique_ptr<Voice> voice_;
+    std::function<std::shared_ptr<Voice>()> openVoice_;
+    std::shared_ptr<Voice> voice_;
     Settings settings_;
 
     // Shared with the worker; also serialises every write.

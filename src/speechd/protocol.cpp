@@ -46,7 +46,9 @@ bool isValidUtf8(std::string_view bytes) {
 std::string multiline(std::string_view code, const std::vector<std::string>& lines,
                       std::string_view last) {
     std::string text;
-    for (const std::string& line : lines) {
+    for (std::string line : lines) {
+        // A line feed inside would end the line early, and the rest would read as a reply.
+        std::replace(line.begin(), line.end(), '\n', ' ');
         text.append(code).append("-").append(line).append("\n");
     }
     text.append(last);

@@ -59,7 +59,8 @@ inline constexpr std::string_view stop = "703 STOP\n";
 inline constexpr std::string_view pause = "704 PAUSE\n";
 }  // namespace reply
 
-// "<code>-<text>" continuation lines followed by the final line, e.g. the voice list.
+// "<code>-<text>" continuation lines followed by the final line, e.g. the voice list. A line feed
+// inside a text is sent as a space.
 std::string multiline(std::string_view code, const std::vector<std::string>& lines,
                       std::string_view last);
 

@@ -1,7 +1,5 @@
 #include "fuzz_targets.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string_view>
@@ -9,14 +7,10 @@
 #include "common/voice_error.h"
 #include "files/files.h"
 #include "frontend/phonemizer.h"
+#include "support/fuzzing.h"
 
 namespace murmela::fuzzing {
 namespace {
-
-[[noreturn]] void broken(const char* promise) {
-    std::fprintf(stderr, "broken promise: %s\n", promise);
-    std::abort();
-}
 
 struct Voice {
     explicit Voice(const std::filesystem::path& directory)
