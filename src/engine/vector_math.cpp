@@ -60,10 +60,14 @@ inline float toFloat(uint16_t half) {
 
 bool hasF16c() {
     // The F16C bit is read from CPUID itself: clang (which builds the fuzzers) has no name for
-    // it in __builtin_cpu_supports.
-    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-    return __builtin_cpu_supports("avx") && __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 &&
-           (ecx & bit_F16C) != 0;
+    // it in __builtin_cpu_supports. Asked once: every conversion checks, and CPUID is slow (in
+    // a virtual machine it traps to the host).
+    static const bool supported = [] {
+        unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+        return __builtin_cpu_supports("avx") && __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 &&
+               (ecx & bit_F16C) != 0;
+    }();
+    return supported;
 }
 
 void floatToHalfPortable(const float* __restrict from, uint16_t* __restrict to, std::size_t count) {
