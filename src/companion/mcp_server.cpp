@@ -51,7 +51,9 @@ void McpServer::receive(std::string_view line) {
     json message;
     try {
         message = json::parse(line);
-    } catch (const json::parse_error& error) {
+    } catch (const json::exception& error) {
+        // Not only malformed text: a number too large for a double ("1e5555") is the parser's
+        // out_of_range error, and it must not end the companion either.
         refuse(nullptr, parseError, std::string("Parse error: ") + error.what());
         return;
     }

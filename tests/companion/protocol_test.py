@@ -130,6 +130,8 @@ class Companion(unittest.TestCase):
         session = self.session
         for line, id, code in [
             (b"{not json", None, -32700),
+            # Well-formed, but the number does not fit a double: once the end of the companion.
+            (b'{"jsonrpc":"2.0","id":1e5555,"method":"ping"}', None, -32700),
             (b'{"jsonrpc":"2.0","id":1,"method":"ping","params":{"x":"\xff\xfe"}}', None, -32700),
             (b"[1, 2]", None, -32600),
             (b'"ping"', None, -32600),
