@@ -101,32 +101,17 @@ void sayStreamMemory(benchmark::State& state, bool withoutEnds) {
     state.counters["audio_s"] = static_cast<double>(run.outputBytes) / 2.0 / murmela::sampleRate;
 }
 
+// Each case runs once per length in words: a whole run of the program is the measurement.
+void overTextLengths(benchmark::internal::Benchmark* benchmark) {
+    benchmark->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(1)->Unit(benchmark::kSecond);
+}
+
 }  // namespace
 
-BENCHMARK_CAPTURE(sayStreamMemory, prose_through_a_pipe, false)
-    ->Arg(1000)
-    ->Arg(10000)
-    ->Arg(100000)
-    ->Iterations(1)
-    ->Unit(benchmark::kSecond);
-BENCHMARK_CAPTURE(sayStreamMemory, one_endless_line, true)
-    ->Arg(1000)
-    ->Arg(10000)
-    ->Arg(100000)
-    ->Iterations(1)
-    ->Unit(benchmark::kSecond);
-BENCHMARK_CAPTURE(sayMemory, raw, false)
-    ->Arg(1000)
-    ->Arg(10000)
-    ->Arg(100000)
-    ->Iterations(1)
-    ->Unit(benchmark::kSecond);
-BENCHMARK_CAPTURE(sayMemory, wav_file, true)
-    ->Arg(1000)
-    ->Arg(10000)
-    ->Arg(100000)
-    ->Iterations(1)
-    ->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(sayStreamMemory, prose_through_a_pipe, false)->Apply(overTextLengths);
+BENCHMARK_CAPTURE(sayStreamMemory, one_endless_line, true)->Apply(overTextLengths);
+BENCHMARK_CAPTURE(sayMemory, raw, false)->Apply(overTextLengths);
+BENCHMARK_CAPTURE(sayMemory, wav_file, true)->Apply(overTextLengths);
 
 int main(int argc, char** argv) {
     // The bundled voice as staged in the build tree, unless the caller names other resources.
