@@ -2,12 +2,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <string>
 #include <thread>
 
-#include "audio/wav.h"
 #include "common/voice_error.h"
-#include "common/voice_format.h"
-#include "files/files.h"
 
 namespace murmela {
 namespace {
@@ -15,14 +14,16 @@ namespace {
 // Lives in memory only, so a new process fails once again.
 std::atomic<bool> failureInjected{false};
 
-void injectFailure(const std::optional<std::string>& failLoad) {
-    if (!failLoad) {
+void injectFailure() {
+    const char* failLoad = std::getenv("MURMELA_FAIL_LOAD");
+    if (failLoad == nullptr) {
         return;
     }
-    const bool fail = *failLoad == "always" || (*failLoad == "once" && !failureInjected.load());
+    const std::string value = failLoad;
+    const bool fail = value == "always" || (value == "once" && !failureInjected.load());
     if (fail) {
         failureInjected.store(true);
-        throw VoiceError::failed("load failure injected (MURMELA_FAIL_LOAD=" + *failLoad + ")");
+        throw VoiceError::failed("load failure injected (MURMELA_FAIL_LOAD=" + value + ")");
     }
 }
 
@@ -79,9 +80,8 @@ std::optional<UtteranceEnd> synthesiseUtterance(
 
 }  // namespace
 
-std::shared_ptr<Voice> loadVoice(const std::optional<std::filesystem::path>& directory,
-                                 const std::optional<std::string>& failLoad) {
-    injectFailure(failLoad);
+std::shared_ptr<Voice> loadVoice(const std::optional<std::filesystem::path>& directory) {
+    injectFailure();
     return openWarmVoice(directory);
 }
 
@@ -102,33 +102,6 @@ void speakInBackground(RenderQueue& queue, MainThreadInbox& inbox, std::function
             inbox.post([synthesised, end = *end] { synthesised(end); });
         }
     });
-}
-
-std::optional<SaveOutcome> renderToWav(Voice& voice, std::string_view text, double speed,
-                                       const std::filesystem::path& destination,
-                                       const CancelFlag& abandon) {
-    std::vector<float> samples;
-    try {
-        voice.resume();
-        const size_t chunks = voice.speak(text, speed, [&](SpokenChunk&& chunk) {
-            samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
-            return !abandon.isCancelled();
-        });
-        // Abandoned between chunks, or interrupted in the middle of one.
-        if (abandon.isCancelled()) {
-            return std::nullopt;
-        }
-        if (chunks == 0) {
-            return SaveOutcome{SaveOutcome::Kind::empty, {}};
-        }
-        writeFileAtomically(destination, encodeWav(samples, false, sampleRate));
-        return SaveOutcome{SaveOutcome::Kind::written, {}};
-    } catch (...) {
-        if (abandon.isCancelled()) {
-            return std::nullopt;
-        }
-        return SaveOutcome{SaveOutcome::Kind::failed, errorDescription(std::current_exception())};
-    }
 }
 
 }  // namespace murmela

@@ -1,6 +1,6 @@
 #pragma once
-// What the render thread does: loading the voice and speaking and saving, text to chunks to
-// samples, with results handed back as values; the cancel flag that stops an utterance; and
+// What the render thread does: loading the voice and speaking, text to chunks to samples, with
+// results handed back as values; the cancel flag that stops an utterance; and
 // how an error is described to the log.
 
 #include <cstddef>
@@ -52,11 +52,10 @@ inline std::string errorDescription(const std::exception_ptr& error) {
 // Opens the voice in `directory` (the bundled one when none is given) with its warm-up
 // (openWarmVoice), on the render thread.
 //
-// `failLoad` is MURMELA_FAIL_LOAD's value, if set: "always" makes every load fail and "once"
-// only the first of this process (the only process-wide state here), each with
+// MURMELA_FAIL_LOAD, read at each load, injects failures for tests: "always" makes every load
+// fail and "once" only the first of this process (the only process-wide state here), each with
 // VoiceError::failed("load failure injected (MURMELA_FAIL_LOAD=<value>)").
-std::shared_ptr<Voice> loadVoice(const std::optional<std::filesystem::path>& directory,
-                                 const std::optional<std::string>& failLoad);
+std::shared_ptr<Voice> loadVoice(const std::optional<std::filesystem::path>& directory);
 
 // One synthesised chunk of an utterance.
 struct PlayableChunk {
@@ -82,19 +81,5 @@ void speakInBackground(RenderQueue& queue, MainThreadInbox& inbox, std::function
                        std::string text, double speed, std::shared_ptr<const CancelFlag> cancel,
                        std::function<void(PlayableChunk)> chunkReady,
                        std::function<void(const UtteranceEnd&)> synthesised);
-
-// How a save ended.
-struct SaveOutcome {
-    enum class Kind { written, empty, failed };
-    Kind kind = Kind::failed;
-    std::string error;  // for `failed`
-};
-
-// Synthesises the whole of `text` and writes it to `destination` atomically as a 16-bit PCM
-// WAV at 24000 Hz; writes nothing when the text gives no chunk. `abandon` is checked between
-// chunks: once raised, nothing is written and nothing is returned.
-std::optional<SaveOutcome> renderToWav(Voice& voice, std::string_view text, double speed,
-                                       const std::filesystem::path& destination,
-                                       const CancelFlag& abandon);
 
 }  // namespace murmela

@@ -1,9 +1,5 @@
 #include "app/speech.h"
 
-#include <QPointer>
-
-#include <chrono>
-#include <cstdlib>
 #include <string>
 #include <utility>
 
@@ -18,14 +14,6 @@ namespace {
 constexpr const char* logSource = "murmelaMain";
 constexpr const char* speedKey = "speed";
 
-std::optional<std::string> environment(const char* name) {
-    const char* value = std::getenv(name);
-    if (value == nullptr) {
-        return std::nullopt;
-    }
-    return std::string(value);
-}
-
 }  // namespace
 
 Speech::Speech(SettingsStore defaults, std::optional<std::filesystem::path> voiceDirectory,
@@ -33,18 +21,22 @@ Speech::Speech(SettingsStore defaults, std::optional<std::filesystem::path> voic
     : QObject(parent),
       speed_(speedFromSetting(defaults.value(speedKey))),
       defaults_(std::move(defaults)),
-      voiceDirectory_(std::move(voiceDirectory)) {
-    connect(&player_, &Player::outputFailed, this, &Speech::outputFailed);
+      narrator_([directory = std::move(voiceDirectory)] { return loadVoice(directory); }) {
+    connect(&narrator_, &Narrator::firstChunkPlayed, this, [](qint64 milliseconds, qint64 ids) {
+        log::info("first audio after " + std::to_string(milliseconds) + " ms (" +
+                  std::to_string(ids) + " ids)");
+    });
+    connect(&narrator_, &Narrator::synthesised, this, &Speech::utteranceSynthesised);
+    connect(&narrator_, &Narrator::heard, this, &Speech::utteranceHeard);
+    connect(&narrator_, &Narrator::voiceFailed, this, [this](const QString& description) {
+        utteranceFailed("speak failed: " + description.toStdString());
+    });
+    connect(&narrator_, &Narrator::soundFailed, this, [this](const QString& description) {
+        utteranceFailed("audio output: " + description.toStdString());
+    });
 }
 
-Speech::~Speech() {
-    closing_->cancel();
-    cancel_->cancel();
-    if (voice_) {
-        voice_->interrupt();
-    }
-    renderQueue_.close();
-}
+Speech::~Speech() = default;
 
 void Speech::setText(const QString& text) {
     if (text == text_) {
@@ -84,24 +76,8 @@ void Speech::setNotice(std::optional<Notice> notice) {
     emit noticeChanged(notice_);
 }
 
-void Speech::replaceCancelFlag() {
-    cancel_ = std::make_shared<CancelFlag>();
-    emit cancelChanged();
-}
-
-void Speech::cancelUtterance() {
-    cancel_->cancel();
-    emit cancelChanged();
-    // The next utterance need not wait for the chunk being synthesised.
-    voice_->interrupt();
-}
-
-bool Speech::isCurrent(const std::shared_ptr<CancelFlag>& flag) const {
-    return flag == cancel_ && !flag->isCancelled();
-}
-
 void Speech::load() {
-    if (voice_) {
+    if (hasVoice_) {
         setPhase(Phase::ready);
         return;
     }
@@ -111,155 +87,93 @@ void Speech::load() {
         return;
     }
     loadUnderWay_ = true;
-    renderQueue_.post([self = this, directory = voiceDirectory_,
-                       failLoad = environment("MURMELA_FAIL_LOAD")] {
-        const auto start = std::chrono::steady_clock::now();
-        try {
-            std::shared_ptr<Voice> voice = loadVoice(directory, failLoad);
-            self->inbox_.post([self, voice = std::move(voice), start] {
-                const auto elapsed = std::chrono::steady_clock::now() - start;
-                self->voiceLoaded(
-                    voice, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
-            });
-        } catch (...) {
-            self->inbox_.post([self, description = errorDescription(std::current_exception())] {
-                self->loadFailed(description);
-            });
-        }
-    });
+    narrator_.load([this](const Narrator::LoadResult& result) { loaded(result); });
 }
 
-void Speech::voiceLoaded(std::shared_ptr<Voice> voice, int64_t milliseconds) {
+void Speech::loaded(const Narrator::LoadResult& result) {
     loadUnderWay_ = false;
-    voice_ = std::move(voice);
+    if (result.error) {
+        setPhase(Phase::failed);
+        log::error(logSource, "load failed: " + *result.error);
+        return;
+    }
+    hasVoice_ = true;
     emit voiceChanged();
     setPhase(Phase::ready);
-    log::info("voice ready in " + std::to_string(milliseconds) + " ms");
-}
-
-void Speech::loadFailed(const std::string& description) {
-    loadUnderWay_ = false;
-    setPhase(Phase::failed);
-    log::error(logSource, "load failed: " + description);
+    log::info("voice ready in " + std::to_string(result.milliseconds) + " ms");
 }
 
 void Speech::speak() {
-    if (phase_ != Phase::ready || !canSpeak() || !voice_) {
+    if (phase_ != Phase::ready || !canSpeak() || !hasVoice_) {
         return;
     }
-    std::shared_ptr<Voice> voice = voice_;
-    std::string text = text_.toStdString();
-    const double speed = speed_;
-    replaceCancelFlag();
-    std::shared_ptr<CancelFlag> flag = cancel_;
     setNotice(std::nullopt);
     try {
-        player_.start([self = QPointer<Speech>(this), flag] {
-            if (self) {
-                self->utteranceHeard(flag);
-            }
-        });
+        cancel_ = narrator_.speak(text_.toStdString(), speed_);
     } catch (const std::exception& error) {
         setNotice(Notice::failed());
         log::error(logSource, std::string("audio output: ") + error.what());
         return;
     }
+    emit cancelChanged();
     setPhase(Phase::speaking);
-    speakInBackground(
-        renderQueue_, inbox_, [voice = std::move(voice)]() -> Voice& { return *voice; },
-        std::move(text), speed, flag,
-        [this, flag](PlayableChunk chunk) { chunkReady(flag, std::move(chunk)); },
-        [this, flag](const UtteranceEnd& end) { utteranceSynthesised(flag, end); });
 }
 
-void Speech::chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk) {
-    if (!isCurrent(flag)) {
-        return;  // a stopped utterance
-    }
-    if (chunk.first) {
-        log::info("first audio after " + std::to_string(chunk.milliseconds) + " ms (" +
-                  std::to_string(chunk.ids) + " ids)");
-    }
-    player_.schedule(std::move(chunk.samples));
-}
-
-void Speech::utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag,
-                                  const UtteranceEnd& end) {
-    if (!isCurrent(flag)) {
-        return;
-    }
-    if (end.error) {
-        // What has been heard stays heard.
-        player_.stop();
-        setPhase(Phase::ready);
-        setNotice(Notice::failed());
-        log::error(logSource, "speak failed: " + *end.error);
-    } else if (end.chunks == 0) {
-        player_.stop();
+void Speech::utteranceSynthesised(qint64 samples) {
+    if (phase_ == Phase::speaking && samples == 0) {
         setPhase(Phase::ready);
         setNotice(Notice::empty());
-    } else {
-        player_.finish();
     }
 }
 
-void Speech::utteranceHeard(const std::shared_ptr<CancelFlag>& flag) {
-    if (phase_ == Phase::speaking && flag == cancel_) {
+void Speech::utteranceHeard() {
+    if (phase_ == Phase::speaking) {
         setPhase(Phase::ready);
     }
 }
 
-void Speech::outputFailed(const QString& description) {
+void Speech::utteranceFailed(const std::string& message) {
     if (phase_ != Phase::speaking) {
         return;
     }
-    // The player has stopped already; the flag stops the synthesis and drops what it still
-    // delivers, so a later utterance cannot receive it.
-    cancelUtterance();
+    // The narrator has ended the speech; what has been heard stays heard.
+    emit cancelChanged();
     setPhase(Phase::ready);
     setNotice(Notice::failed());
-    log::error(logSource, "audio output: " + description.toStdString());
+    log::error(logSource, message);
 }
 
 void Speech::stop() {
     if (phase_ != Phase::speaking) {
         return;
     }
-    cancelUtterance();
-    player_.stop();
+    narrator_.stop();
+    emit cancelChanged();
     setPhase(Phase::ready);
 }
 
 void Speech::save(const std::filesystem::path& destination) {
-    if (phase_ != Phase::ready || !canSpeak() || !voice_) {
+    if (phase_ != Phase::ready || !canSpeak() || !hasVoice_) {
         return;
     }
     setPhase(Phase::saving);
     setNotice(std::nullopt);
-    renderQueue_.post([self = this, voice = voice_, text = text_.toStdString(), speed = speed_,
-                       destination, closing = closing_] {
-        const std::optional<SaveOutcome> outcome =
-            renderToWav(*voice, text, speed, destination, *closing);
-        if (outcome) {
-            self->inbox_.post(
-                [self, destination, outcome = *outcome] { self->saveEnded(destination, outcome); });
-        }
-    });
+    narrator_.save(text_.toStdString(), speed_, destination,
+                   [this, destination](const Narrator::SaveResult& result) {
+                       saveEnded(destination, result);
+                   });
 }
 
-void Speech::saveEnded(const std::filesystem::path& destination, const SaveOutcome& outcome) {
+void Speech::saveEnded(const std::filesystem::path& destination,
+                       const Narrator::SaveResult& result) {
     setPhase(Phase::ready);
-    switch (outcome.kind) {
-        case SaveOutcome::Kind::written:
-            setNotice(Notice::saved(QString::fromStdString(destination.filename().string())));
-            break;
-        case SaveOutcome::Kind::empty:
-            setNotice(Notice::empty());
-            break;
-        case SaveOutcome::Kind::failed:
-            setNotice(Notice::saveFailed());
-            log::error(logSource, "save failed: " + outcome.error);
-            break;
+    if (result.error) {
+        setNotice(Notice::saveFailed());
+        log::error(logSource, "save failed: " + *result.error);
+    } else if (result.samples == 0) {
+        setNotice(Notice::empty());
+    } else {
+        setNotice(Notice::saved(QString::fromStdString(destination.filename().string())));
     }
 }
 

@@ -1,20 +1,19 @@
 #pragma once
 // The application model: the one observable object behind the main window.
 //
-// It owns the text being edited, the speaking speed (kept in the settings store), the loaded
-// voice, the player and the cancel flag of the utterance under way, and shows what it is doing
-// as a Phase and an optional Notice. Its three long operations, loading the voice, speaking and
-// saving, run one at a time on the render thread "murmela.render"; their results are applied
-// here, on the main thread.
+// It owns the text being edited and the speaking speed (kept in the settings store), and shows
+// what it is doing as a Phase and an optional Notice. Its three long operations, loading the
+// voice, speaking and saving, go to the speaking service (Narrator), which runs them one at a
+// time on its render thread and owns the voice, the player and the cancel flags; their results
+// are applied here, on the main thread.
 //
 // Every member is called on the main thread, which must run a Qt event loop. Every operation
 // checks the phase itself and does nothing when it does not apply, so a view never needs to
 // disable a control. A property's change signal comes only when its value really changed.
 //
-// Destroying the model while work runs: the utterance's flag and the model's own closing flag
-// are raised, so speaking and saving stop before their next chunk (a save then writes nothing);
-// a load runs to its end. The destructor waits for that one step, joins the render thread and
-// lets every result still on its way lapse. Nothing is called back afterwards.
+// Destroying the model while work runs ends it as the narrator's end does: speaking and saving
+// stop at once (a save then writes nothing), a load runs to its end, and every result still on
+// its way lapses. Nothing is called back afterwards.
 
 #include <QObject>
 #include <QString>
@@ -23,18 +22,13 @@
 #include <memory>
 #include <optional>
 
+#include "app/narrator.h"
 #include "app/phase.h"
-#include "app/render_queue.h"
 #include "app/render_work.h"
 #include "app/settings.h"
 #include "audio/player.h"
-#include "engine/voice.h"
 
 namespace murmela {
-
-struct PlayableChunk;
-struct UtteranceEnd;
-struct SaveOutcome;
 
 class Speech : public QObject {
     Q_OBJECT
@@ -73,17 +67,18 @@ public:
     // The text has something besides white space and line ends.
     bool canSpeak() const;
     // A voice has been loaded.
-    bool hasVoice() const { return voice_ != nullptr; }
+    bool hasVoice() const { return hasVoice_; }
     // The current cancel flag is raised (by stop(), or an output that failed). Each utterance
     // gets a new flag; cancelChanged() comes when the flag is replaced and when it is raised.
     bool cancelled() const { return cancel_->isCancelled(); }
 
     // The player the model speaks through, for inspection.
-    const Player& player() const { return player_; }
+    const Player& player() const { return narrator_.player(); }
 
     // Starts a save of the text, at the speed, to `destination` as a 16-bit PCM WAV at 24000 Hz
-    // (written atomically). Only while `ready` with a voice and a text to speak: the phase is
-    // `saving` until it is written (notice `saved` with the file name), the text gave nothing
+    // (written as it is made, and put in place atomically). Only while `ready` with a voice and a
+    // text to speak: the phase is `saving` until it is written (notice `saved` with the file name),
+    // the text gave nothing
     // (`empty`, no file) or it failed (`saveFailed`, logged). It cannot be stopped.
     void save(const std::filesystem::path& destination);
 
@@ -112,35 +107,25 @@ signals:
 private:
     void setPhase(Phase phase);
     void setNotice(std::optional<Notice> notice);
-    void replaceCancelFlag();
-    // Ends the utterance under way: its flag raised, its synthesis interrupted.
-    void cancelUtterance();
-    bool isCurrent(const std::shared_ptr<CancelFlag>& flag) const;
 
-    void voiceLoaded(std::shared_ptr<Voice> voice, int64_t milliseconds);
-    void loadFailed(const std::string& description);
-    void chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk);
-    void utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag, const UtteranceEnd& end);
-    void utteranceHeard(const std::shared_ptr<CancelFlag>& flag);
-    void outputFailed(const QString& description);
-    void saveEnded(const std::filesystem::path& destination, const SaveOutcome& outcome);
+    void loaded(const Narrator::LoadResult& result);
+    void utteranceSynthesised(qint64 samples);
+    void utteranceHeard();
+    void utteranceFailed(const std::string& message);
+    void saveEnded(const std::filesystem::path& destination, const Narrator::SaveResult& result);
 
     Phase phase_ = Phase::loading;
     std::optional<Notice> notice_;
     QString text_;
     double speed_ = 1.0;
     SettingsStore defaults_;
-    std::optional<std::filesystem::path> voiceDirectory_;
-    Player player_;
-    std::shared_ptr<Voice> voice_;
-    std::shared_ptr<CancelFlag> cancel_ = std::make_shared<CancelFlag>();
-    // Raised when the model goes, so that a save under way writes nothing.
-    std::shared_ptr<CancelFlag> closing_ = std::make_shared<CancelFlag>();
+    bool hasVoice_ = false;
     bool loadUnderWay_ = false;
-    // Where the render thread's results wait for the main thread; dropped with the model.
-    MainThreadInbox inbox_;
-    // Last, so that it closes first: no job outlives the members it reports to.
-    RenderQueue renderQueue_;
+    // The flag of the last speech (a fresh one before the first), so that it reads as raised
+    // once that speech has been stopped.
+    std::shared_ptr<const CancelFlag> cancel_ = std::make_shared<CancelFlag>();
+    // Last, so that it goes first: no result comes back to the members above once they are gone.
+    Narrator narrator_;
 };
 
 }  // namespace murmela

@@ -20,9 +20,9 @@
 #include "audio/wav_stream.h"
 #include "build_info.h"
 #include "cli/input_sentences.h"
-#include "cli/narrator.h"
+#include "app/narrator.h"
 #include "cli/say_options.h"
-#include "cli/speech_output.h"
+#include "app/speech_output.h"
 #include "common/voice_format.h"
 
 namespace murmela {

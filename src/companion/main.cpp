@@ -17,7 +17,7 @@
 #include "app/render_queue.h"
 #include "app/render_work.h"
 #include "build_info.h"
-#include "cli/narrator.h"
+#include "app/narrator.h"
 #include "companion/mcp_server.h"
 #include "companion/narrator_speech.h"
 #include "files/files.h"

@@ -1,7 +1,7 @@
 #pragma once
 // The companion's speech: its tools speak and save through the narrator.
 
-#include "cli/narrator.h"
+#include "app/narrator.h"
 #include "companion/speech_tools.h"
 
 namespace murmela::companion {

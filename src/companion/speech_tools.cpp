@@ -6,7 +6,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "cli/speech_output.h"
+#include "app/speech_output.h"
 #include "common/speech_rules.h"
 #include "common/voice_format.h"
 #include "frontend/normalise.h"

@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "cli/narrator.h"
+#include "app/narrator.h"
 #include "companion/save_location.h"
 
 namespace murmela::companion {

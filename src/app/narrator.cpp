@@ -1,10 +1,12 @@
-#include "cli/narrator.h"
+#include "app/narrator.h"
 
 #include <QPointer>
 
+#include <chrono>
+
 #include "app/render_work.h"
+#include "app/speech_output.h"
 #include "audio/wav_stream.h"
-#include "cli/speech_output.h"
 
 namespace murmela {
 
@@ -68,10 +70,27 @@ std::shared_ptr<CancelFlag> Narrator::startPlaying() {
     return flag;
 }
 
-void Narrator::speak(std::string text, double speed) {
+void Narrator::load(std::function<void(LoadResult)> done) {
+    renderQueue_.post([self = this, done = std::move(done)] {
+        const auto start = std::chrono::steady_clock::now();
+        LoadResult result;
+        try {
+            self->voice();
+        } catch (...) {
+            result.error = errorDescription(std::current_exception());
+        }
+        result.milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                  std::chrono::steady_clock::now() - start)
+                                  .count();
+        self->inbox_.post([done, result] { done(result); });
+    });
+}
+
+std::shared_ptr<const CancelFlag> Narrator::speak(std::string text, double speed) {
     const std::shared_ptr<CancelFlag> flag = startPlaying();
     synthesise(std::move(text), speed, flag,
                [this, flag](const UtteranceEnd& end) { utteranceSynthesised(flag, end); });
+    return flag;
 }
 
 void Narrator::synthesise(std::string text, double speed, const std::shared_ptr<CancelFlag>& flag,
@@ -96,9 +115,13 @@ void Narrator::synthesise(std::string text, double speed, const std::shared_ptr<
 }
 
 void Narrator::chunkReady(const std::shared_ptr<CancelFlag>& flag, PlayableChunk chunk) {
-    if (flag == current_) {
-        player_.schedule(std::move(chunk.samples));
+    if (flag != current_) {
+        return;
     }
+    if (chunk.first) {
+        emit firstChunkPlayed(chunk.milliseconds, static_cast<qint64>(chunk.ids));
+    }
+    player_.schedule(std::move(chunk.samples));
 }
 
 void Narrator::utteranceSynthesised(const std::shared_ptr<CancelFlag>& flag,

@@ -1,7 +1,8 @@
 #pragma once
-// Speaking and saving without a window: the voice works on a render thread of its own while the
-// player, on the main thread, plays each chunk as soon as it has been made. The command line
-// and the assistant companion speak through it.
+// The one speaking service: the voice works on the render thread "murmela.render" while the
+// player, on the main thread, plays each chunk as soon as it has been made; saves are written
+// as they are made, so a book takes no more memory than a sentence. The window's model, the
+// command line and the assistant companion all speak and save through it.
 //
 // Every member is called on the main thread, which runs a Qt event loop; every signal and
 // callback comes there. One job (a speech, a save) runs at a time, in the order they were asked
@@ -41,11 +42,21 @@ public:
     Narrator(const Narrator&) = delete;
     Narrator& operator=(const Narrator&) = delete;
 
-    // Starts speaking `text` at `speed`, stopping what was being spoken. Throws
+    // Opens the voice now rather than at the first job that needs it, unless it is open
+    // already; `done` comes on this thread with how long opening took, or why it failed. A
+    // failed opening is tried again by the next job.
+    struct LoadResult {
+        int64_t milliseconds = 0;
+        std::optional<std::string> error;
+    };
+    void load(std::function<void(LoadResult)> done);
+
+    // Starts speaking `text` at `speed`, stopping what was being spoken, and gives the new
+    // speech's cancel flag, raised once it has been stopped or has failed. Throws
     // AudioOutputError when the sound output cannot be opened. Then comes either `synthesised`
     // (followed, when there was something to speak, by `heard`), `voiceFailed` or `soundFailed`,
     // unless stop() comes first.
-    void speak(std::string text, double speed);
+    std::shared_ptr<const CancelFlag> speak(std::string text, double speed);
 
     // Starts a speech whose text comes in parts, stopping what was being spoken: for text still
     // arriving. Throws AudioOutputError when the sound output cannot be opened. Each part added
@@ -81,7 +92,13 @@ public:
     void save(std::string text, double speed, std::filesystem::path destination,
               std::function<void(SaveResult)> done, std::function<void()> checkDestination = {});
 
+    // The player the speech goes to, for inspection.
+    const Player& player() const { return player_; }
+
 signals:
+    // The first chunk of a text (a speech's, or a part's) has gone to the player; its synthesis
+    // took `milliseconds` and it has `ids` token ids.
+    void firstChunkPlayed(qint64 milliseconds, qint64 ids);
     // Every chunk of the speech has been made: `samples` in all, 0 when the text gave nothing
     // to speak (the speech is then over).
     void synthesised(qint64 samples);

@@ -1,4 +1,4 @@
-#include "cli/speech_output.h"
+#include "app/speech_output.h"
 
 #include <system_error>
 #include <vector>
