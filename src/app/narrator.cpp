@@ -86,6 +86,14 @@ void Narrator::load(std::function<void(LoadResult)> done) {
     });
 }
 
+void Narrator::useVoice(std::function<std::shared_ptr<Voice>()> openVoice) {
+    renderQueue_.post([self = this, openVoice = std::move(openVoice)]() mutable {
+        self->openVoice_ = std::move(openVoice);
+        std::lock_guard lock(self->voiceLock_);
+        self->voice_.reset();
+    });
+}
+
 std::shared_ptr<const CancelFlag> Narrator::speak(std::string text, double speed) {
     const std::shared_ptr<CancelFlag> flag = startPlaying();
     synthesise(std::move(text), speed, flag,

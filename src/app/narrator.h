@@ -51,6 +51,11 @@ public:
     };
     void load(std::function<void(LoadResult)> done);
 
+    // Speaks and saves with the voice `openVoice` gives from the next job on; the voice open
+    // until then is let go once the jobs asked for before this are done, so two voices are
+    // never held at once.
+    void useVoice(std::function<std::shared_ptr<Voice>()> openVoice);
+
     // Starts speaking `text` at `speed`, stopping what was being spoken, and gives the new
     // speech's cancel flag, raised once it has been stopped or has failed. Throws
     // AudioOutputError when the sound output cannot be opened. Then comes either `synthesised`
@@ -132,7 +137,7 @@ private:
     // Ends the speech under way.
     void end();
 
-    std::function<std::shared_ptr<Voice>()> openVoice_;
+    std::function<std::shared_ptr<Voice>()> openVoice_;  // used on the render thread only
     std::mutex voiceLock_;  // guards the two below, which the render thread sets
     std::shared_ptr<Voice> voice_;
     std::shared_ptr<CancelFlag> synthesising_;  // the speech the render thread is making

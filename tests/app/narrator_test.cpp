@@ -101,6 +101,24 @@ TEST_F(NarratorPartsTest, PlaysEachPartAfterTheOneBeforeUntilTheSpeechIsClosed) 
     EXPECT_EQ(record.heard, 1);
 }
 
+TEST_F(NarratorPartsTest, SwitchingVoicesLetsTheOldOneGoBeforeTheNewOneOpens) {
+    const qint64 before = samplesOf("Good morning.");
+    ASSERT_GT(before, 0);
+    ASSERT_GT(voice.use_count(), 1) << "the narrator does not hold its voice";
+    long heldWhileOpening = -1;
+    int openings = 0;
+    narrator.useVoice([&]() -> std::shared_ptr<Voice> {
+        ++openings;
+        heldWhileOpening = voice.use_count();
+        return openWarmVoice(testing::testVoiceDirectory());
+    });
+    EXPECT_EQ(samplesOf("Good morning."), before);
+    EXPECT_EQ(samplesOf("Good evening."), samplesOf("Good evening."));
+    EXPECT_EQ(openings, 1) << "the new voice is opened once, by the first job that needs it";
+    EXPECT_EQ(heldWhileOpening, 1) << "the old voice was still held while the new one opened";
+    EXPECT_EQ(voice.use_count(), 1);
+}
+
 TEST_F(NarratorPartsTest, EndsASpeechWithNothingToSpeakOrThatIsStopped) {
     Signals record(narrator);
     narrator.openSpeech();
