@@ -13,8 +13,9 @@
 int main() {
     // A server that goes away must not kill the module in the middle of a write.
     signal(SIGPIPE, SIG_IGN);
-    murmela::speechd::Module module(STDIN_FILENO, STDOUT_FILENO,
-                                    [] { return murmela::openWarmVoice(std::nullopt); });
+    murmela::speechd::Module module(
+        STDIN_FILENO, STDOUT_FILENO, {{"Murmela", "en-US", "none"}},
+        [](const murmela::speechd::OfferedVoice&) { return murmela::openWarmVoice(std::nullopt); });
     module.run();
     return 0;
 }

@@ -32,8 +32,11 @@ std::string joined(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-Module::Module(int input, int output, std::function<std::shared_ptr<Voice>()> openVoice)
-    : output_(output), reader_(input, longestMessage), openVoice_(std::move(openVoice)) {}
+Module::Module(int input, int output, std::vector<OfferedVoice> voices, VoiceOpener openVoice)
+    : output_(output),
+      reader_(input, longestMessage),
+      voices_(std::move(voices)),
+      openVoice_(std::move(openVoice)) {}
 
 Module::~Module() {
     {
@@ -94,14 +97,16 @@ void Module::run() {
 }
 
 void Module::initialize() {
-    if (voice_) {
+    if (initialized_) {
         write(multiline("299", {"Murmela: already initialized"}, reply::loaded));
         return;
     }
     // No worker runs yet, so holding the lock while the voice opens keeps nothing waiting.
-    std::string failure;
+    std::string failure = "no voice is installed";
     try {
-        voice_ = openVoice_();
+        if (!voices_.empty()) {
+            voice_ = openVoice_(voices_.front());
+        }
     } catch (const std::exception& error) {
         failure = error.what();
     }
@@ -116,6 +121,7 @@ void Module::initialize() {
     pthread_sigmask(SIG_SETMASK, &all, &previous);
     worker_ = std::thread([this] { work(); });
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    initialized_ = true;
     write(multiline("299", {"Murmela: voice loaded"}, reply::loaded));
 }
 
@@ -178,7 +184,7 @@ void Module::receiveMessage(std::string_view command) {
         write(reply::invalidUtf8);
         return;
     }
-    if (!voice_) {
+    if (!initialized_) {
         write(reply::notInitialized);
         return;
     }
@@ -214,8 +220,9 @@ void Module::receiveMessage(std::string_view command) {
     speaking_ = true;
     beginSent_ = false;
     pauseRequested_ = false;
+    chosen_ = chosenVoice(voices_, settings_, chosen_);
     pending_ = Job{message_, std::move(pieces), speedForRate(settings_.rate),
-                   gainForVolume(settings_.volume)};
+                   gainForVolume(settings_.volume), chosen_};
     write(reply::speaking);
     jobPosted_.notify_one();
 }
@@ -231,8 +238,10 @@ void Module::stop() {
     speaking_ = false;
     pending_.reset();
     // A screen reader stops and speaks again on every key: the next message must not wait for
-    // the stopped one's chunk to be synthesised.
-    voice_->interrupt();
+    // the stopped one's chunk to be synthesised. (No voice is open while one is being opened.)
+    if (voice_) {
+        voice_->interrupt();
+    }
 }
 
 void Module::pause() {
@@ -241,7 +250,7 @@ void Module::pause() {
 }
 
 void Module::listVoices() {
-    write(multiline("200", {"Murmela\ten-US\tnone"}, reply::voiceListSent));
+    write(multiline("200", voiceListLines(voices_), reply::voiceListSent));
 }
 
 void Module::work() {
@@ -255,9 +264,13 @@ void Module::work() {
             }
             job = std::move(*pending_);
             pending_.reset();
-            voice_->resume();
         }
         try {
+            switchVoice(job.voice);
+            {
+                std::lock_guard lock(mutex_);
+                voice_->resume();
+            }
             speakJob(job);
         } catch (const std::exception& error) {
             if (isCurrent(job.message)) {
@@ -266,6 +279,21 @@ void Module::work() {
             }
         }
     }
+}
+
+void Module::switchVoice(size_t voice) {
+    {
+        std::lock_guard lock(mutex_);
+        if (voice_ && open_ == voice) {
+            return;
+        }
+        voice_.reset();
+    }
+    // Opening takes long; the reader goes on answering meanwhile.
+    std::shared_ptr<Voice> opened = openVoice_(voices_.at(voice));
+    std::lock_guard lock(mutex_);
+    voice_ = std::move(opened);
+    open_ = voice;
 }
 
 void Module::speakJob(const Job& job) {

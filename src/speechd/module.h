@@ -5,6 +5,9 @@
 // The reader never waits for synthesis, so STOP is answered at once: its STOP event is written
 // by the reader itself, and from then on nothing of the stopped message is written. The worker
 // checks between audio blocks, and the voice is interrupted in the middle of its model run.
+//
+// Of the voices offered, the first opens on INIT; another opens, on the worker, when a message
+// is to be spoken with it, and the one before is let go first, so one voice is held at a time.
 
 #include <condition_variable>
 #include <cstdint>
@@ -22,6 +25,7 @@
 #include "speechd/protocol.h"
 #include "speechd/settings.h"
 #include "speechd/ssml.h"
+#include "speechd/voices.h"
 
 namespace murmela::speechd {
 
@@ -30,9 +34,12 @@ public:
     // The largest message accepted, in bytes; a longer one is refused and read to its end.
     static constexpr size_t longestMessage = 512 * 1024;
 
-    // `openVoice` is called on INIT; what it throws is reported as the INIT failure. The voice
-    // may be shared, as long as nothing else speaks with it while the module lives.
-    Module(int input, int output, std::function<std::shared_ptr<Voice>()> openVoice);
+    // `openVoice` opens one of `voices`: the first on INIT, where what it throws is reported as
+    // the INIT failure, and later the one a message is to be spoken with, where what it throws
+    // ends that message. A voice may be shared, as long as nothing else speaks with it while
+    // the module lives.
+    using VoiceOpener = std::function<std::shared_ptr<Voice>(const OfferedVoice&)>;
+    Module(int input, int output, std::vector<OfferedVoice> voices, VoiceOpener openVoice);
     ~Module();
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
@@ -48,6 +55,7 @@ private:
         std::vector<SsmlPiece> pieces;
         double speed = 1;
         float gain = 1;
+        size_t voice = 0;  // among voices_
     };
 
     // Each handler runs with mutex_ held, so no event comes between a command and its reply.
@@ -60,6 +68,8 @@ private:
     void listVoices();
 
     void work();
+    // Makes the job's voice the one open, letting the other go first.
+    void switchVoice(size_t voice);
     void speakJob(const Job& job);
     // Writes `event` if `message` is still being spoken, after BEGIN if that is still due.
     bool sendForMessage(uint64_t message, std::string_view event);
@@ -71,9 +81,10 @@ private:
 
     int output_;
     LineReader reader_;
-    std::function<std::shared_ptr<Voice>()> openVoice_;
-    std::shared_ptr<Voice> voice_;
+    const std::vector<OfferedVoice> voices_;
+    VoiceOpener openVoice_;
     Settings settings_;
+    size_t chosen_ = 0;  // the voice the next message is spoken with
 
     // Shared with the worker; also serialises every write.
     std::mutex mutex_;
@@ -85,6 +96,9 @@ private:
     bool beginSent_ = false;
     bool pauseRequested_ = false;
     bool outputBroken_ = false;
+    bool initialized_ = false;
+    std::shared_ptr<Voice> voice_;  // set by the worker; the reader interrupts it
+    size_t open_ = 0;               // which of voices_ voice_ is
 
     std::thread worker_;
 };

@@ -40,9 +40,8 @@ std::optional<PunctuationMode> punctuationMode(std::string_view value) {
 }
 
 bool isIgnored(std::string_view name) {
-    for (std::string_view ignored :
-         {"pitch", "pitch_range", "cap_let_recogn", "voice", "language", "synthesis_voice",
-          "punctuation_some", "punctuation_most", "voice_type"}) {
+    for (std::string_view ignored : {"pitch", "pitch_range", "cap_let_recogn", "voice",
+                                     "punctuation_some", "punctuation_most", "voice_type"}) {
         if (name == ignored) {
             return true;
         }
@@ -80,6 +79,12 @@ SettingOutcome applySetting(Settings& settings, std::string_view line) {
             return SettingOutcome::invalid;
         }
         settings.punctuation = mode.value_or(settings.punctuation);
+        return SettingOutcome::applied;
+    }
+    if (name == "synthesis_voice" || name == "language") {
+        // NULL: the server leaves the choice to the module again.
+        (name == "language" ? settings.language : settings.synthesisVoice) =
+            unset ? std::string() : std::string(value);
         return SettingOutcome::applied;
     }
     if (name == "spelling_mode") {

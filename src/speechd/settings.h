@@ -1,6 +1,7 @@
 #pragma once
 // The speech parameters speech-dispatcher sets (SET), and what they mean for the voice.
 
+#include <string>
 #include <string_view>
 
 namespace murmela::speechd {
@@ -12,12 +13,14 @@ struct Settings {
     int volume = 100;  // -100 … 100, 100 the voice's own level
     PunctuationMode punctuation = PunctuationMode::none;
     bool spelling = false;
+    std::string synthesisVoice;  // the voice asked for by name; empty when none is
+    std::string language;        // the language asked for; empty when none is
 };
 
 enum class SettingOutcome { applied, badSyntax, invalid };
 
-// Applies one "name=value" line to `settings`. Parameters this voice has no use for (pitch,
-// voice, language, capital-letter recognition, …) are accepted and change nothing; an unknown
+// Applies one "name=value" line to `settings`. Parameters these voices have no use for (pitch,
+// the voice type, capital-letter recognition, …) are accepted and change nothing; an unknown
 // name or a value out of range is invalid and changes nothing.
 SettingOutcome applySetting(Settings& settings, std::string_view line);
 

@@ -96,7 +96,10 @@ void moduleSession(const uint8_t* data, size_t size) {
     }
     const int output = memoryFile({});
     {
-        speechd::Module module(pipe[0], output, [] { return voice; });
+        // Two voices to switch between, both the one voice, so a switch costs nothing.
+        speechd::Module module(pipe[0], output,
+                               {{"Murmela", "en-US", "none"}, {"Other", "en-GB", "female"}},
+                               [](const speechd::OfferedVoice&) { return voice; });
         std::atomic<bool> ended = false;
         std::thread reader([&module, &ended] {
             module.run();

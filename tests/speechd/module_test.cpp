@@ -20,6 +20,7 @@
 #include "speechd/settings.h"
 #include "speechd/spoken_text.h"
 #include "speechd/ssml.h"
+#include "speechd/voices.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 
@@ -143,6 +144,38 @@ TEST(SpeechdSettings, ParametersAndTheirMeaning) {
     EXPECT_FLOAT_EQ(gainForVolume(100), 1.0f);
     EXPECT_FLOAT_EQ(gainForVolume(0), 0.5f);
     EXPECT_FLOAT_EQ(gainForVolume(-100), 0.0f);
+}
+
+// Which voice speaks, as a screen reader picks by name or by language.
+TEST(SpeechdVoices, ListedAndChosenByNameOrLanguage) {
+    const std::vector<OfferedVoice> voices = {{"Murmela", "en-US", "none"},
+                                              {"Amy", "en-GB", "female"},
+                                              {"Eva", "de-DE", "female"},
+                                              {"Tab\tbed", "en_GB", "male"}};
+    EXPECT_EQ(voiceListLines(voices),
+              (std::vector<std::string>{"Murmela\ten-US\tnone", "Amy\ten-GB\tfemale",
+                                        "Eva\tde-DE\tfemale", "Tab bed\ten_GB\tmale"}));
+    const auto chosen = [&](std::vector<std::string> lines, size_t current) {
+        Settings settings;
+        for (const std::string& line : lines) {
+            EXPECT_EQ(applySetting(settings, line), SettingOutcome::applied) << line;
+        }
+        return chosenVoice(voices, settings, current);
+    };
+    EXPECT_EQ(chosen({}, 2), 2u);
+    EXPECT_EQ(chosen({"synthesis_voice=amy"}, 0), 1u);
+    EXPECT_EQ(chosen({"synthesis_voice=amy", "language=de"}, 0), 1u);  // the name wins
+    EXPECT_EQ(chosen({"synthesis_voice=Nobody", "language=de"}, 0), 2u);
+    EXPECT_EQ(chosen({"synthesis_voice=Amy", "synthesis_voice=NULL"}, 0), 0u);
+    // A language the current voice speaks keeps it; another finds the first that speaks it,
+    // spelled either way, or at least its primary language.
+    EXPECT_EQ(chosen({"language=en"}, 1), 1u);
+    EXPECT_EQ(chosen({"language=en-gb"}, 0), 1u);
+    EXPECT_EQ(chosen({"language=en_GB"}, 3), 3u);
+    EXPECT_EQ(chosen({"language=de-AT"}, 0), 2u);
+    EXPECT_EQ(chosen({"language=en"}, 2), 0u);
+    EXPECT_EQ(chosen({"language=fi"}, 2), 2u);  // none speaks it: no change
+    EXPECT_EQ(chosenVoice({}, Settings{}, 0), 0u);
 }
 
 using Kind = SsmlPiece::Kind;
