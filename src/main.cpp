@@ -13,6 +13,7 @@
 #include "cli/say.h"
 #include "ui/desktop_services.h"
 #include "ui/murmela_app.h"
+#include "voices/voices_command.h"
 
 namespace {
 
@@ -76,6 +77,9 @@ int runInteractive(int& argc, char** argv, const ArgumentDomain& arguments) {
 int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "say") == 0) {
         return runSay(argc, argv);  // headless, and no settings of the window's
+    }
+    if (argc > 1 && std::strcmp(argv[1], "voices") == 0) {
+        return runVoices(argc, argv);  // headless too
     }
     const ArgumentDomain arguments = ArgumentDomain::fromCommandLine(argc, argv);
     // Decided before any application object exists: the batch run needs no display, and no

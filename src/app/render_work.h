@@ -1,7 +1,6 @@
 #pragma once
 // What the render thread does: loading the voice and speaking, text to chunks to samples, with
-// results handed back as values; the cancel flag that stops an utterance; and
-// how an error is described to the log.
+// results handed back as values; and the cancel flag that stops an utterance.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "app/render_queue.h"
+#include "common/error_description.h"
 #include "engine/voice.h"
 
 namespace murmela {
@@ -37,17 +37,6 @@ private:
     mutable std::mutex lock_;
     bool on_ = false;
 };
-
-// What an error caught with catch (...) says: what() for a std::exception.
-inline std::string errorDescription(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const std::exception& caught) {
-        return caught.what();
-    } catch (...) {
-        return "unknown error";
-    }
-}
 
 // Opens the voice in `directory` (the bundled one when none is given) with its warm-up
 // (openWarmVoice), on the render thread.
