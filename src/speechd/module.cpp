@@ -105,7 +105,7 @@ void Module::initialize() {
     std::string failure = "no voice is installed";
     try {
         if (!voices_.empty()) {
-            voice_ = openVoice_(voices_.front());
+            voice_ = openVoice_(0);
         }
     } catch (const std::exception& error) {
         failure = error.what();
@@ -290,7 +290,7 @@ void Module::switchVoice(size_t voice) {
         voice_.reset();
     }
     // Opening takes long; the reader goes on answering meanwhile.
-    std::shared_ptr<Voice> opened = openVoice_(voices_.at(voice));
+    std::shared_ptr<Voice> opened = openVoice_(voice);
     std::lock_guard lock(mutex_);
     voice_ = std::move(opened);
     open_ = voice;

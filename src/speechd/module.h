@@ -34,11 +34,11 @@ public:
     // The largest message accepted, in bytes; a longer one is refused and read to its end.
     static constexpr size_t longestMessage = 512 * 1024;
 
-    // `openVoice` opens one of `voices`: the first on INIT, where what it throws is reported as
-    // the INIT failure, and later the one a message is to be spoken with, where what it throws
-    // ends that message. A voice may be shared, as long as nothing else speaks with it while
-    // the module lives.
-    using VoiceOpener = std::function<std::shared_ptr<Voice>(const OfferedVoice&)>;
+    // `openVoice` opens the voice at an index of `voices`: the first on INIT, where what it
+    // throws is reported as the INIT failure, and later the one a message is to be spoken with,
+    // where what it throws ends that message. A voice may be shared, as long as nothing else
+    // speaks with it while the module lives.
+    using VoiceOpener = std::function<std::shared_ptr<Voice>(size_t index)>;
     Module(int input, int output, std::vector<OfferedVoice> voices, VoiceOpener openVoice);
     ~Module();
     Module(const Module&) = delete;

@@ -99,7 +99,7 @@ void moduleSession(const uint8_t* data, size_t size) {
         // Two voices to switch between, both the one voice, so a switch costs nothing.
         speechd::Module module(pipe[0], output,
                                {{"Murmela", "en-US", "none"}, {"Other", "en-GB", "female"}},
-                               [](const speechd::OfferedVoice&) { return voice; });
+                               [](size_t) { return voice; });
         std::atomic<bool> ended = false;
         std::thread reader([&module, &ended] {
             module.run();

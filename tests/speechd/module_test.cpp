@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -254,11 +255,19 @@ TEST(SpeechdSpokenText, PunctuationSpellingCharactersAndKeys) {
 
 class SpeechdModule : public ::testing::Test {
 protected:
+    // Besides the bundled voice, the user has added two: another that speaks differently, and
+    // one whose model is damaged.
     SpeechdModule() {
         fs::create_directory_symlink(testing::testVoiceDirectory(), resources_ / "Voice");
+        const fs::path added = resources_ / "data" / "murmela" / "voices";
+        fs::create_directories(added);
+        fs::create_directory_symlink(MURMELA_OTHER_VOICE_DIR, added / "other");
+        fs::copy(testing::testVoiceDirectory(), added / "damaged", fs::copy_options::recursive);
+        std::ofstream(added / "damaged" / "encoder.onnx") << "not a model";
         module_ = std::make_unique<ModuleClient>(
             MURMELA_SD_MODULE, std::vector<std::string>{"murmela.conf"},
-            std::vector<std::string>{"MURMELA_RESOURCES=" + resources_.path().string()});
+            std::vector<std::string>{"MURMELA_RESOURCES=" + resources_.path().string(),
+                                     "XDG_DATA_HOME=" + (resources_ / "data").string()});
     }
 
     // The last line of the next reply, skipping the events before it.
@@ -318,7 +327,9 @@ protected:
         module_->send("LIST VOICES\n");
         std::optional<Reply> voices = module_->next();
         ASSERT_TRUE(voices);
-        EXPECT_EQ(voices->lines, std::vector<std::string>{"Murmela\ten-US\tnone"});
+        EXPECT_EQ(voices->lines,
+                  (std::vector<std::string>{"Murmela\ten-US\tnone", "damaged\ten-US\tnone",
+                                            "other\ten-US\tnone"}));
         EXPECT_EQ(voices->last, "OK VOICE LIST SENT");
     }
 
@@ -414,6 +425,28 @@ TEST_F(SpeechdModule, StopEndsTheMessageAtOnceAndPauseAtAMark) {
     expectQuietAndAlive();
 
     EXPECT_FALSE(spoken("SPEAK", "<speak>Still here.</speak>").empty());
+    EXPECT_EQ(module_->finish(), 0);
+}
+
+TEST_F(SpeechdModule, SpeaksWithTheVoiceChosenAndSurvivesOneThatFails) {
+    initialize();
+    const std::string text = "<speak>How are you today?</speak>";
+    const std::vector<int16_t> bundled = spoken("SPEAK", text);
+    set("synthesis_voice=other");
+    const std::vector<int16_t> other = spoken("SPEAK", text);
+    EXPECT_FALSE(other.empty());
+    EXPECT_NE(other, bundled);
+    // A language the current voice speaks keeps it.
+    set("synthesis_voice=NULL\nlanguage=en-US");
+    EXPECT_EQ(spoken("SPEAK", text), other);
+
+    // The damaged voice ends the message it was chosen for, and only that message.
+    set("synthesis_voice=damaged");
+    EXPECT_EQ(speak("SPEAK", text).back().code, 703);
+    expectQuietAndAlive();
+    set("synthesis_voice=Murmela");
+    EXPECT_EQ(spoken("SPEAK", text), bundled);
+    EXPECT_EQ(replyTo("QUIT\n"), "210 OK QUIT");
     EXPECT_EQ(module_->finish(), 0);
 }
 

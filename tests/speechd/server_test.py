@@ -89,7 +89,12 @@ class Server:
             % (directory / "log", module))
         self.socket = directory / "speechd.sock"
         self.address = "unix_socket:" + str(self.socket)
-        environment = dict(os.environ, MURMELA_RESOURCES=str(resources))
+        # A voice the user added: the bundled one again, under a name of its own.
+        added = directory / "data" / "murmela" / "voices"
+        added.mkdir(parents=True)
+        (added / "second").symlink_to(pathlib.Path(resources).resolve() / "Voice")
+        environment = dict(os.environ, MURMELA_RESOURCES=str(resources),
+                           XDG_DATA_HOME=str(directory / "data"))
         self.log = open(directory / "server.out", "w")
         self.process = subprocess.Popen(
             ["speech-dispatcher", "--run-single", "--timeout", "0", "--config-dir", str(config),
@@ -121,6 +126,21 @@ def spd_say_speaks(server, recogniser, scratch):
     check(said.returncode == 0, "spd-say -o murmela -w returns 0")
     check(heard(recogniser, samples, SENTENCES[0]) >= LEAST_WORDS_HEARD,
           "the sentence spd-say sent is heard on the sound server")
+
+
+def spd_say_lists_and_picks_voices(server, recogniser, scratch):
+    environment = dict(os.environ, SPEECHD_ADDRESS=server.address)
+    listed = subprocess.run(["spd-say", "-o", "murmela", "-L"], timeout=60, env=environment,
+                            capture_output=True, text=True)
+    names = [line.split()[0] for line in listed.stdout.splitlines()[1:] if line.strip()]
+    check(names == ["Murmela", "second"], "spd-say -L lists the installed voices: %r" % names)
+    recording = Recording(scratch, "spd-say-second")
+    said = subprocess.run(["spd-say", "-o", "murmela", "-y", "second", "-w", SENTENCES[0]],
+                          timeout=60, env=environment)
+    samples = recording.stop()
+    check(said.returncode == 0, "spd-say -y second -w returns 0")
+    check(heard(recogniser, samples, SENTENCES[0]) >= LEAST_WORDS_HEARD,
+          "the voice picked by name is heard")
 
 
 def client_speaks_marks_and_stops(server, recogniser, scratch):
@@ -185,6 +205,7 @@ def main():
         server = Server(scratch, arguments.module, arguments.configuration, arguments.resources)
         try:
             spd_say_speaks(server, recogniser, scratch)
+            spd_say_lists_and_picks_voices(server, recogniser, scratch)
             client_speaks_marks_and_stops(server, recogniser, scratch)
         finally:
             server.stop()
