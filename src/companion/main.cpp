@@ -14,10 +14,10 @@
 #include <string>
 #include <thread>
 
+#include "app/narrator.h"
 #include "app/render_queue.h"
 #include "app/render_work.h"
 #include "build_info.h"
-#include "app/narrator.h"
 #include "companion/mcp_server.h"
 #include "companion/narrator_speech.h"
 #include "files/files.h"
@@ -68,7 +68,7 @@ int main(int argc, char** argv) {
 
     QCoreApplication application(argc, argv);
     auto narrator = std::make_unique<Narrator>([] { return openWarmVoice(std::nullopt); });
-    companion::NarratorSpeech speech(*narrator);
+    companion::NarratorSpeech speech(*narrator, VoiceLocations::standard());
     companion::SpeechTools tools(speech);
     const char* home = std::getenv("HOME");
     companion::McpServer server(

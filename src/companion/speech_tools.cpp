@@ -93,6 +93,13 @@ std::filesystem::path absolutePath(const json& arguments) {
     return path;
 }
 
+json voiceSchema() {
+    return {{"type", "string"},
+            {"description",
+             "The id of an installed voice, as list_voices gives it; the default "
+             "voice when left out."}};
+}
+
 double secondsOf(int64_t samples) {
     return static_cast<double>(samples) / sampleRate;
 }
@@ -140,9 +147,10 @@ json SpeechTools::definitions() {
           "Speaks English text aloud with Murmela's offline voice on the computer's default "
           "sound output. Returns once the speech is playing, with its length in seconds; a new "
           "speak replaces the speech under way."},
-         {"inputSchema",
-          objectSchema({{"text", textSchema("The text to speak.")}, {"speed", speedSchema()}},
-                       {"text"})}},
+         {"inputSchema", objectSchema({{"text", textSchema("The text to speak.")},
+                                       {"speed", speedSchema()},
+                                       {"voice", voiceSchema()}},
+                                      {"text"})}},
         {{"name", "stop"},
          {"title", "Stop speaking"},
          {"description", "Stops the speech under way at once."},
@@ -156,8 +164,15 @@ json SpeechTools::definitions() {
          {"inputSchema",
           objectSchema({{"text", textSchema("The text to speak.")},
                         {"path", textSchema("Absolute path of the WAV file to write.")},
-                        {"speed", speedSchema()}},
+                        {"speed", speedSchema()},
+                        {"voice", voiceSchema()}},
                        {"text", "path"})}},
+        {{"name", "list_voices"},
+         {"title", "List the installed voices"},
+         {"description",
+          "Lists the voices installed for Murmela: each one's id (for the voice argument of "
+          "speak and save_audio), name, language and kind. The first is the default voice."},
+         {"inputSchema", objectSchema(json::object(), json::array())}},
     });
 }
 
@@ -166,7 +181,7 @@ void SpeechTools::allowSavingIn(SaveLocation location) {
 }
 
 bool SpeechTools::exists(const std::string& name) {
-    return name == "speak" || name == "stop" || name == "save_audio";
+    return name == "speak" || name == "stop" || name == "save_audio" || name == "list_voices";
 }
 
 void SpeechTools::call(const std::string& name, const json& arguments,
@@ -177,6 +192,9 @@ void SpeechTools::call(const std::string& name, const json& arguments,
         } else if (name == "stop") {
             onlyKnown(arguments, {});
             stop(reply);
+        } else if (name == "list_voices") {
+            onlyKnown(arguments, {});
+            listVoices(reply);
         } else {
             save(arguments, reply);
         }
@@ -186,12 +204,13 @@ void SpeechTools::call(const std::string& name, const json& arguments,
 }
 
 void SpeechTools::speak(const json& arguments, std::function<void(json)> reply) {
-    onlyKnown(arguments, {"text", "speed"});
+    onlyKnown(arguments, {"text", "speed", "voice"});
     std::string text = speakableText(arguments);
     const double speed = optionalSpeed(arguments);
+    const std::string voice = chosenVoice(arguments);
     answerSpeak(toolResult("Stopped by a newer speech before it was all made."));
     try {
-        speech_.speak(std::move(text), speed);
+        speech_.speak(std::move(text), speed, voice);
     } catch (const AudioOutputError& error) {
         reply(toolResult(std::string("The sound output cannot be opened: ") + error.what(), true));
         return;
@@ -205,10 +224,11 @@ void SpeechTools::stop(std::function<void(json)> reply) {
 }
 
 void SpeechTools::save(const json& arguments, std::function<void(json)> reply) {
-    onlyKnown(arguments, {"text", "path", "speed"});
+    onlyKnown(arguments, {"text", "path", "speed", "voice"});
     std::string text = speakableText(arguments);
     const std::filesystem::path requested = absolutePath(arguments);
     const double speed = optionalSpeed(arguments);
+    const std::string voice = chosenVoice(arguments);
     std::filesystem::path destination;
     try {
         destination = location_.destination(requested);
@@ -224,7 +244,7 @@ void SpeechTools::save(const json& arguments, std::function<void(json)> reply) {
         }
     };
     speech_.save(
-        std::move(text), speed, destination,
+        std::move(text), speed, voice, destination,
         [requested, reply = std::move(reply)](const Narrator::SaveResult& result) {
             if (result.error) {
                 reply(toolResult("Nothing was saved: " + *result.error, true));
@@ -239,6 +259,39 @@ void SpeechTools::save(const json& arguments, std::function<void(json)> reply) {
             }
         },
         std::move(checkDestination));
+}
+
+std::string SpeechTools::chosenVoice(const json& arguments) {
+    const std::vector<Speech::Voice> voices = speech_.voices();
+    const auto found = arguments.find("voice");
+    if (found == arguments.end()) {
+        return voices.empty() ? std::string() : voices.front().id;
+    }
+    std::string ids;
+    for (const Speech::Voice& voice : voices) {
+        if (found->is_string() && found->get<std::string>() == voice.id) {
+            return voice.id;
+        }
+        ids += (ids.empty() ? "" : ", ") + voice.id;
+    }
+    throw BadArguments("\"voice\" must be the id of an installed voice: " +
+                       (ids.empty() ? std::string("none is installed") : ids));
+}
+
+void SpeechTools::listVoices(std::function<void(json)> reply) {
+    std::string text;
+    json listed = json::array();
+    for (const Speech::Voice& voice : speech_.voices()) {
+        text += (text.empty() ? "" : "\n") + voice.id + ": " + voice.name + " (" + voice.language +
+                ", " + voice.kind + ")";
+        listed.push_back({{"id", voice.id},
+                          {"name", voice.name},
+                          {"language", voice.language},
+                          {"kind", voice.kind}});
+    }
+    json result = toolResult(text.empty() ? "No voice is installed." : text);
+    result["structuredContent"] = {{"voices", std::move(listed)}};
+    reply(std::move(result));
 }
 
 void SpeechTools::answerSpeak(json result) {

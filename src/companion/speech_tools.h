@@ -1,7 +1,7 @@
 #pragma once
-// The companion's tools: speak, stop and save_audio, with their input schemas. Arguments are
-// checked against the schemas here, and whatever is wrong with them comes back as a tool result
-// marked as an error, in words an assistant can act on.
+// The companion's tools: speak, stop, save_audio and list_voices, with their input schemas.
+// Arguments are checked against the schemas here, and whatever is wrong with them comes back as a
+// tool result marked as an error, in words an assistant can act on.
 
 #include <cstdint>
 #include <filesystem>
@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "app/narrator.h"
 #include "companion/save_location.h"
@@ -19,6 +20,14 @@ namespace murmela::companion {
 // makes no sound where only the requests are under test. Called, and reporting, on one thread.
 class Speech {
 public:
+    // An installed voice, as list_voices shows it.
+    struct Voice {
+        std::string id;  // what the voice argument names
+        std::string name;
+        std::string language;
+        std::string kind;
+    };
+
     // How each speech that speak() starts ends, unless stop() comes first: all of it made
     // (`synthesised`, with its samples; 0 when there was nothing to speak), or a failure of the
     // voice or of the sound output, with its description.
@@ -31,10 +40,13 @@ public:
     virtual ~Speech() = default;
     // Where the outcomes of later speeches go.
     virtual void reportTo(Outcomes outcomes) = 0;
-    // As the narrator's members of the same names.
-    virtual void speak(std::string text, double speed) = 0;
+    // The voices installed now; the first is the one used when a call names none.
+    virtual std::vector<Voice> voices() = 0;
+    // As the narrator's members of the same names, with the voice of that id (one of voices()).
+    virtual void speak(std::string text, double speed, const std::string& voice) = 0;
     virtual bool stop() = 0;
-    virtual void save(std::string text, double speed, std::filesystem::path destination,
+    virtual void save(std::string text, double speed, const std::string& voice,
+                      std::filesystem::path destination,
                       std::function<void(Narrator::SaveResult)> done,
                       std::function<void()> checkDestination) = 0;
 };
@@ -65,6 +77,9 @@ private:
     void speak(const nlohmann::json& arguments, std::function<void(nlohmann::json)> reply);
     void stop(std::function<void(nlohmann::json)> reply);
     void save(const nlohmann::json& arguments, std::function<void(nlohmann::json)> reply);
+    void listVoices(std::function<void(nlohmann::json)> reply);
+    // The id of the voice the arguments name, or of the first installed when they name none.
+    std::string chosenVoice(const nlohmann::json& arguments);
     // Answers the speak call still waiting for its speech to be made, if any.
     void answerSpeak(nlohmann::json result);
 

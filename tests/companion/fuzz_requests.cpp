@@ -26,7 +26,12 @@ class SilentSpeech : public companion::Speech {
 public:
     void reportTo(Outcomes outcomes) override { outcomes_ = std::move(outcomes); }
 
-    void speak(std::string text, double) override {
+    std::vector<Voice> voices() override {
+        return {{"murmela", "Murmela", "en-US", "murmela"},
+                {"kokoro/af_heart", "Heart", "en-US", "kokoro"}};
+    }
+
+    void speak(std::string text, double, const std::string&) override {
         if (text.size() % 7 == 6) {
             throw AudioOutputError("no sound device");
         }
@@ -39,7 +44,7 @@ public:
         return speaking;
     }
 
-    void save(std::string text, double, std::filesystem::path,
+    void save(std::string text, double, const std::string&, std::filesystem::path,
               std::function<void(Narrator::SaveResult)> done, std::function<void()>) override {
         Narrator::SaveResult result{static_cast<int64_t>(text.size() % 3) * 24000, std::nullopt};
         if (text.size() % 5 == 4) {

@@ -115,7 +115,7 @@ class Companion(unittest.TestCase):
         self.assertEqual(self.session.request("p", "ping")["result"], {})
         tools = self.session.request(2, "tools/list")["result"]["tools"]
         schemas = {tool["name"]: tool["inputSchema"] for tool in tools}
-        self.assertEqual(sorted(schemas), ["save_audio", "speak", "stop"])
+        self.assertEqual(sorted(schemas), ["list_voices", "save_audio", "speak", "stop"])
         self.assertEqual(schemas["speak"]["required"], ["text"])
         self.assertEqual(sorted(schemas["save_audio"]["required"]), ["path", "text"])
         self.assertEqual(schemas["speak"]["properties"]["speed"]["maximum"], 1.5)

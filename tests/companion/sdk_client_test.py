@@ -50,6 +50,7 @@ def save(path, text="Hello."):
 
 def run_client(node, sdk, companion, resources, home, plan):
     env = dict(os.environ, MURMELA_RESOURCES=resources, HOME=str(home))
+    env.pop("XDG_DATA_HOME", None)  # the user's voices are those in `home`
     run = subprocess.run([node, str(HERE / "sdk_client.mjs"), sdk, companion, json.dumps(plan)],
                          capture_output=True, text=True, env=env, timeout=300)
     print(run.stderr, file=sys.stderr)
@@ -85,8 +86,12 @@ def main():
         scratch = pathlib.Path(scratch)
         home, outside, root, second = (scratch / name
                                        for name in ("home", "outside", "my root", "second"))
-        for folder in (home / "Music", home / ".hidden", outside, root, second):
+        for folder in (home / "Music", home / ".hidden", outside, root, second,
+                       home / ".local" / "share" / "murmela" / "voices"):
             folder.mkdir(parents=True)
+        # A voice the user added: the bundled one again, under an id of its own.
+        (home / ".local" / "share" / "murmela" / "voices" / "second").symlink_to(
+            pathlib.Path(options.resources).resolve() / "Voice")
         (outside / "victim.wav").write_bytes(WAV_START)
         (home / "notes.wav").write_text("my notes")
         (home / "link.wav").symlink_to(outside / "victim.wav")
@@ -102,11 +107,20 @@ def main():
                        "arguments": {"text": TEXT, "path": "relative.wav", "speed": 9}},
                       save(outside / "new.wav"), save(home / ".hidden" / "a.wav"),
                       save(home / "notes.wav"), save(home / "link.wav"),
-                      save(home / "missing" / "a.wav"), save(home / "Music" / "a.mp3")]})
+                      save(home / "missing" / "a.wav"), save(home / "Music" / "a.mp3"),
+                      {"call": "list_voices", "arguments": {}},
+                      {"call": "save_audio", "arguments": {
+                          "text": TEXT, "path": str(home / "Music" / "voiced.wav"),
+                          "voice": "second"}},
+                      {"call": "speak", "arguments": {"text": TEXT, "voice": "nobody"}}]})
         expect(seen["server"]["name"] == "murmela" and "tools" in seen["capabilities"],
                "initialize: " + json.dumps(seen["server"]))
         tools = {tool["name"]: tool for tool in seen["tools"]}
-        expect(sorted(tools) == ["save_audio", "speak", "stop"], "tools/list gave other tools")
+        expect(sorted(tools) == ["list_voices", "save_audio", "speak", "stop"],
+               "tools/list gave other tools")
+        for name in ("speak", "save_audio"):
+            expect("voice" in tools.get(name, {}).get("inputSchema", {}).get("properties", {}),
+                   f"{name} takes no voice")
         description = tools.get("save_audio", {}).get("description", "")
         for words in ("roots", "home folder", "hidden", ".wav", "symbolic links", "WAV file"):
             expect(words in description, f"the save_audio description does not say {words!r}")
@@ -120,10 +134,20 @@ def main():
         refused(results[5], "symbolic link", "a save to a link")
         refused(results[6], "does not exist", "a save in a missing folder")
         refused(results[7], "does not end in .wav", "a save to an MP3 name")
+        listed = results[8].get("structuredContent", {}).get("voices", [])
+        expect([voice["id"] for voice in listed] == ["murmela", "second"],
+               "list_voices: " + json.dumps(results[8]))
+        expect(not results[9].get("isError"), "a save with the added voice: " + json.dumps(results[9]))
+        refused(results[10], "must be the id of an installed voice: murmela, second",
+                "a speak with a voice that is not installed")
+        voiced = home / "Music" / "voiced.wav"
         after = tree(scratch, home)
         added = sorted(set(after) - set(before))
-        expect(added == [str(wav)] and all(after[path] == before[path] for path in before),
-               f"the saves changed more than {wav}: {added}")
+        expect(added == sorted([str(voiced), str(wav)]) and
+               all(after[path] == before[path] for path in before),
+               f"the saves changed more than {wav} and {voiced}: {added}")
+        expect(after.get(str(voiced)) == after.get(str(wav)),
+               "the added voice, the bundled one again, did not say the same")
         if not failures:
             fields, samples = speech_checks.read_wav(wav)
             heard = speech_checks.share_heard(wav, TEXT)
