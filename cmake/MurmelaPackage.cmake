@@ -82,9 +82,13 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${MURMELA_PACKAGE_MAINTAINER})
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
-# The synopsis is the project's description; CPack indents the rest as Debian wants.
+# The synopsis is the project's description; CPack indents the rest as Debian wants. The rest
+# is read here, not named as CPACK_PACKAGE_DESCRIPTION_FILE: cpack escapes that file's text for
+# XML, and the control file would read "synthesiser&apos;s".
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
-set(CPACK_PACKAGE_DESCRIPTION_FILE ${PROJECT_SOURCE_DIR}/packaging/description.txt)
+set(murmela_description_file ${PROJECT_SOURCE_DIR}/packaging/description.txt)
+file(READ ${murmela_description_file} CPACK_DEBIAN_PACKAGE_DESCRIPTION)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${murmela_description_file})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # Relative to the package's staging root, where dpkg-shlibdeps runs.

@@ -220,7 +220,7 @@ int runSay(int& argc, char** argv) {
             options = parseSayOptions(std::vector<std::string>(argv + 2, argv + argc));
         } catch (const UsageError& error) {
             throw SayFailure{sayBadArguments,
-                             std::string(error.what()) + " (murmela say --help shows the usage)"};
+                             std::string(error.what()) + "; try 'murmela say --help'"};
         }
         if (options.help) {
             std::fputs(sayUsage().c_str(), stdout);

@@ -75,7 +75,7 @@ SayOptions parseSayOptions(const std::vector<std::string>& arguments) {
             noValue();
             options.version = true;
         } else {
-            throw UsageError("unknown option " + name);
+            throw UsageError("unknown option '" + name + "'");
         }
     }
     if (wantsRaw && wantsFile) {

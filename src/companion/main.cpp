@@ -8,10 +8,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "app/narrator.h"
@@ -45,16 +45,28 @@ void readLines(int fd, MainThreadInbox& inbox, companion::McpServer& server) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+    const char* program = argc > 0 ? argv[0] : "murmela";
+    const std::string_view command = argc == 2 ? argv[1] : "";
+    if (command == "--version") {
         std::printf("murmela companion %s\n", buildinfo::version);
         return 0;
     }
-    if (argc != 2 || std::strcmp(argv[1], "mcp") != 0) {
-        std::fprintf(stderr,
-                     "usage: %s mcp\n"
-                     "Serves the Model Context Protocol on standard input and output, for an AI "
-                     "assistant to speak through Murmela's voice.\n",
-                     argv[0]);
+    if (command == "--help" || command == "-h") {
+        std::printf(
+            "Usage: %s mcp\n"
+            "\n"
+            "Murmela's assistant companion: serves the Model Context Protocol on standard input\n"
+            "and output, for an AI assistant to speak through Murmela's voice.\n"
+            "\n"
+            "  mcp           serve the protocol until standard input ends\n"
+            "  -h, --help    show this help\n"
+            "      --version show the version\n",
+            program);
+        return 0;
+    }
+    if (command != "mcp") {
+        std::fprintf(stderr, "%s: expected the one argument 'mcp'; try '%s --help'\n", program,
+                     program);
         return 2;
     }
     // Standard output belongs to the protocol alone: anything a library prints there would

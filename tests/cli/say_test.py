@@ -225,7 +225,7 @@ class Say(unittest.TestCase):
 
     def test_bad_arguments(self):
         for arguments, message in [
-            (["--loud", "hello"], "unknown option --loud"),
+            (["--loud", "hello"], "unknown option '--loud'; try 'murmela say --help'"),
             (["--speed"], "--speed needs a value"),
             (["--speed", "quick", "hello"], "--speed needs a number"),
             (["--speed", "2", "hello"], "from 0.75 to 1.5"),
