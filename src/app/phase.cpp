@@ -35,6 +35,8 @@ QString describe(const std::optional<Notice>& notice) {
             return QStringLiteral("failed");
         case Notice::Kind::saveFailed:
             return QStringLiteral("saveFailed");
+        case Notice::Kind::voiceGone:
+            return QStringLiteral("voiceGone(%1)").arg(notice->name);
     }
     return QStringLiteral("?");
 }

@@ -28,23 +28,26 @@ struct Notice {
         empty,       // the text gave nothing to synthesise
         failed,      // speaking could not start or failed
         saveFailed,  // saving failed
+        voiceGone,   // the voice chosen before is no longer installed; `name` is its id
     };
 
     Kind kind;
-    QString name;  // only for `saved`
+    QString name;  // only for `saved` and `voiceGone`
 
     static Notice saved(QString fileName) { return {Kind::saved, std::move(fileName)}; }
     static Notice empty() { return {Kind::empty, {}}; }
     static Notice failed() { return {Kind::failed, {}}; }
     static Notice saveFailed() { return {Kind::saveFailed, {}}; }
+    static Notice voiceGone(QString id) { return {Kind::voiceGone, std::move(id)}; }
 
-    // The same kind and, for `saved`, the same file name.
+    // The same kind and, for `saved` and `voiceGone`, the same name.
     friend bool operator==(const Notice& a, const Notice& b) {
-        return a.kind == b.kind && (a.kind != Kind::saved || a.name == b.name);
+        const bool named = a.kind == Kind::saved || a.kind == Kind::voiceGone;
+        return a.kind == b.kind && (!named || a.name == b.name);
     }
 };
 
-// "saved(<name>)", "empty", "failed" or "saveFailed"; "none" for no notice.
+// "saved(<name>)", "empty", "failed", "saveFailed" or "voiceGone(<id>)"; "none" for no notice.
 QString describe(const std::optional<Notice>& notice);
 
 }  // namespace murmela

@@ -1,5 +1,6 @@
 #include "app/speech.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -7,12 +8,15 @@
 #include "app/settings.h"
 #include "frontend/normalise.h"
 #include "logging/log.h"
+#include "voices/voice_choice.h"
 
 namespace murmela {
 namespace {
 
 constexpr const char* logSource = "murmelaMain";
 constexpr const char* speedKey = "speed";
+constexpr const char* voiceKey = "voice";
+const QString bundledId = QString::fromUtf8(VoiceStore::bundledId);
 
 }  // namespace
 
@@ -21,7 +25,37 @@ Speech::Speech(SettingsStore defaults, std::optional<std::filesystem::path> voic
     : QObject(parent),
       speed_(speedFromSetting(defaults.value(speedKey))),
       defaults_(std::move(defaults)),
-      narrator_([directory = std::move(voiceDirectory)] { return loadVoice(directory); }) {
+      bundledDirectory_(std::move(voiceDirectory)),
+      narrator_([directory = bundledDirectory_] { return loadVoice(directory); }) {
+    VoiceLocations locations = VoiceLocations::standard();
+    if (bundledDirectory_) {
+        locations.bundled = bundledDirectory_;
+    }
+    // The bundled voice is offered even when it cannot be read: it is the one a load then
+    // says is missing.
+    voices_.push_back({bundledId, QStringLiteral("Murmela"), QStringLiteral("en-US")});
+    for (InstalledVoice& voice : VoiceStore(std::move(locations)).list().voices) {
+        if (voice.place == VoicePlace::bundled) {
+            voices_.front().name = QString::fromStdString(voice.details.name);
+            continue;
+        }
+        voices_.push_back({QString::fromStdString(voice.id),
+                           QString::fromStdString(voice.details.name),
+                           QString::fromStdString(voice.details.language)});
+        added_.push_back(std::move(voice));
+    }
+    voiceId_ = bundledId;
+    if (const std::optional<QVariant> chosen = defaults_.value(voiceKey)) {
+        const QString id = chosen->toString();
+        if (id != bundledId &&
+            std::any_of(voices_.begin(), voices_.end(),
+                        [&](const VoiceOption& voice) { return voice.id == id; })) {
+            voiceId_ = id;
+            useVoice(id);
+        } else if (id != bundledId) {
+            goneVoice_ = id;
+        }
+    }
     connect(&narrator_, &Narrator::firstChunkPlayed, this, [](qint64 milliseconds, qint64 ids) {
         log::info("first audio after " + std::to_string(milliseconds) + " ms (" +
                   std::to_string(ids) + " ids)");
@@ -87,10 +121,49 @@ void Speech::load() {
         return;
     }
     loadUnderWay_ = true;
-    narrator_.load([this](const Narrator::LoadResult& result) { loaded(result); });
+    narrator_.load([this, generation = loadGeneration_](const Narrator::LoadResult& result) {
+        loaded(result, generation);
+    });
 }
 
-void Speech::loaded(const Narrator::LoadResult& result) {
+void Speech::useVoice(const QString& id) {
+    for (size_t index = 0; index < added_.size(); ++index) {
+        if (voices_[index + 1].id == id) {
+            narrator_.useVoice([voice = added_[index]] { return openInstalledVoice(voice); });
+            return;
+        }
+    }
+    narrator_.useVoice([directory = bundledDirectory_] { return loadVoice(directory); });
+}
+
+void Speech::setVoiceId(const QString& id) {
+    const bool installed = std::any_of(voices_.begin(), voices_.end(),
+                                       [&](const VoiceOption& voice) { return voice.id == id; });
+    // A save under way keeps its voice and its phase; the choice can be made again after it.
+    if (!installed || id == voiceId_ || phase_ == Phase::saving) {
+        return;
+    }
+    defaults_.setValue(voiceKey, id);
+    voiceId_ = id;
+    emit voiceIdChanged(voiceId_);
+    stop();
+    useVoice(id);
+    const bool reload = hasVoice_ || loadUnderWay_ || phase_ == Phase::failed;
+    hasVoice_ = false;
+    emit voiceChanged();
+    // A load under way opens the voice chosen before; its result no longer counts.
+    ++loadGeneration_;
+    loadUnderWay_ = false;
+    goneVoice_.reset();
+    if (reload) {
+        load();
+    }
+}
+
+void Speech::loaded(const Narrator::LoadResult& result, int generation) {
+    if (generation != loadGeneration_) {
+        return;
+    }
     loadUnderWay_ = false;
     if (result.error) {
         setPhase(Phase::failed);
@@ -101,6 +174,9 @@ void Speech::loaded(const Narrator::LoadResult& result) {
     emit voiceChanged();
     setPhase(Phase::ready);
     log::info("voice ready in " + std::to_string(result.milliseconds) + " ms");
+    if (goneVoice_) {
+        setNotice(Notice::voiceGone(*std::exchange(goneVoice_, std::nullopt)));
+    }
 }
 
 void Speech::speak() {

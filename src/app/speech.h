@@ -21,12 +21,14 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "app/narrator.h"
 #include "app/phase.h"
 #include "app/render_work.h"
 #include "app/settings.h"
 #include "audio/player.h"
+#include "voices/voice_store.h"
 
 namespace murmela {
 
@@ -39,11 +41,21 @@ class Speech : public QObject {
     Q_PROPERTY(bool canSpeak READ canSpeak NOTIFY textChanged)
     Q_PROPERTY(bool hasVoice READ hasVoice NOTIFY voiceChanged)
     Q_PROPERTY(bool cancelled READ cancelled NOTIFY cancelChanged)
+    Q_PROPERTY(QString voiceId READ voiceId WRITE setVoiceId NOTIFY voiceIdChanged)
 
 public:
+    // An installed voice the model can speak with.
+    struct VoiceOption {
+        QString id;
+        QString name;
+        QString language;
+    };
+
     // Reads "speed" from `defaults` (missing or not a number: 1.0) and normalises it; the phase
-    // is `loading` until load() is called. `voiceDirectory` is where load() opens the voice;
-    // without one, each load looks for "Voice/" among the application's resources.
+    // is `loading` until load() is called. `voiceDirectory` is the bundled voice's directory;
+    // without one, each load looks for "Voice/" among the application's resources. Reads
+    // "voice" too, the id of an installed voice; when that voice is gone, the bundled one
+    // speaks and the first load's notice says so (`voiceGone`).
     explicit Speech(SettingsStore defaults,
                     std::optional<std::filesystem::path> voiceDirectory = std::nullopt,
                     QObject* parent = nullptr);
@@ -63,6 +75,14 @@ public:
     // writes it to the settings store.
     double speed() const { return speed_; }
     void setSpeed(double speed);
+
+    // The installed voices, the bundled one first, as they were when the model was made.
+    const std::vector<VoiceOption>& voices() const { return voices_; }
+    // The id of the voice that speaks. Assigning one of voices() remembers it in the settings
+    // store and, when it differs, ends speaking and lets the old voice go; the new one opens
+    // at the next load(), which follows at once when a voice was loaded.
+    const QString& voiceId() const { return voiceId_; }
+    void setVoiceId(const QString& id);
 
     // The text has something besides white space and line ends.
     bool canSpeak() const;
@@ -103,12 +123,15 @@ signals:
     void speedChanged(double speed);
     void voiceChanged();
     void cancelChanged();
+    void voiceIdChanged(const QString& id);
 
 private:
     void setPhase(Phase phase);
     void setNotice(std::optional<Notice> notice);
 
-    void loaded(const Narrator::LoadResult& result);
+    // Has the narrator speak with the voice `id` (one of voices_) from its next job on.
+    void useVoice(const QString& id);
+    void loaded(const Narrator::LoadResult& result, int generation);
     void utteranceSynthesised(qint64 samples);
     void utteranceHeard();
     void utteranceFailed(const std::string& message);
@@ -119,8 +142,14 @@ private:
     QString text_;
     double speed_ = 1.0;
     SettingsStore defaults_;
+    std::optional<std::filesystem::path> bundledDirectory_;
+    std::vector<VoiceOption> voices_;
+    std::vector<InstalledVoice> added_;  // voices_ but the first, the bundled one
+    QString voiceId_;
+    std::optional<QString> goneVoice_;  // said by the first load's notice
     bool hasVoice_ = false;
     bool loadUnderWay_ = false;
+    int loadGeneration_ = 0;  // a load's result counts only when no voice was chosen since
     // The flag of the last speech (a fresh one before the first), so that it reads as raised
     // once that speech has been stopped.
     std::shared_ptr<const CancelFlag> cancel_ = std::make_shared<CancelFlag>();

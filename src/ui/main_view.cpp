@@ -1,7 +1,7 @@
 #include "ui/main_view.h"
 
+#include <QComboBox>
 #include <QHBoxLayout>
-#include <QKeySequence>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -119,6 +119,30 @@ MainView::MainView(Speech& speech, const UiTables& tables, QWidget* parent)
         speedValue_->fontMetrics().horizontalAdvance(speedText(tables_, 0.88)));
     controls->addWidget(speedValue_, 0, Qt::AlignVCenter);
 
+    auto* voiceLabel = new QLabel(tables_.text(QStringLiteral("murmela.voice")), this);
+    voiceLabel->setObjectName(QStringLiteral("voiceLabel"));
+    voiceLabel->setTextFormat(Qt::PlainText);
+    controls->addWidget(voiceLabel, 0, Qt::AlignVCenter);
+    voicePicker_ = new QComboBox(this);
+    voicePicker_->setObjectName(QStringLiteral("voice"));
+    // A screen reader names a combo box by the item it shows, so the label is its description.
+    voicePicker_->setAccessibleName(voiceLabel->text());
+    voicePicker_->setAccessibleDescription(voiceLabel->text());
+    voicePicker_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    for (const Speech::VoiceOption& voice : speech_.voices()) {
+        voicePicker_->addItem(tables_.text(QStringLiteral("murmela.voiceOption"),
+                                           {{QStringLiteral("name"), voice.name},
+                                            {QStringLiteral("language"), voice.language}}),
+                              voice.id);
+    }
+    voiceLabel->setBuddy(voicePicker_);
+    connect(voicePicker_, &QComboBox::activated, this, [this](int index) {
+        speech_.setVoiceId(voicePicker_->itemData(index).toString());
+        // A choice the model did not take (while it saves) is shown as it is.
+        showVoice(speech_.voiceId());
+    });
+    controls->addWidget(voicePicker_, 0, Qt::AlignVCenter);
+
     controls->addStretch();
     auto* save = new QPushButton(tables_.text(QStringLiteral("murmela.save")), this);
     save->setObjectName(QStringLiteral("save"));
@@ -136,12 +160,14 @@ MainView::MainView(Speech& speech, const UiTables& tables, QWidget* parent)
             [this] { speech_.setText(editor_->toPlainText()); });
     connect(&speech_, &Speech::textChanged, this, &MainView::showText);
     connect(&speech_, &Speech::speedChanged, this, &MainView::showSpeed);
+    connect(&speech_, &Speech::voiceIdChanged, this, &MainView::showVoice);
     auto showStatus = [this] { status_->showStatus(speech_.phase(), speech_.notice()); };
     connect(&speech_, &Speech::phaseChanged, this, showStatus);
     connect(&speech_, &Speech::noticeChanged, this, showStatus);
 
     showText(speech_.text());
     showSpeed(speech_.speed());
+    showVoice(speech_.voiceId());
     showStatus();
     editor_->setFocus();
 }
@@ -152,6 +178,11 @@ void MainView::showText(const QString& text) {
     if (editor_->toPlainText() != text) {
         editor_->setPlainText(text);
     }
+}
+
+void MainView::showVoice(const QString& id) {
+    const QSignalBlocker quiet(voicePicker_);
+    voicePicker_->setCurrentIndex(voicePicker_->findData(id));
 }
 
 void MainView::showSpeed(double speed) {

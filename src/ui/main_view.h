@@ -1,12 +1,14 @@
 #pragma once
 // The content of the main window: the text to speak, a row of controls (Speak, Stop, the
-// speed, Save) and the status line. It writes the model's text and speed and calls its
+// speed, the voice, Save) and the status line. It writes the model's text, speed and voice and
+// calls its
 // operations; nothing is ever disabled, since every operation checks the phase itself.
 
 #include <QWidget>
 
 #include "ui/ui_tables.h"
 
+class QComboBox;
 class QLabel;
 class QPlainTextEdit;
 class QPushButton;
@@ -36,6 +38,7 @@ signals:
 
 private:
     void showSpeed(double speed);
+    void showVoice(const QString& id);
     void showText(const QString& text);
 
     Speech& speech_;
@@ -43,6 +46,7 @@ private:
     QPlainTextEdit* editor_;
     QSlider* slider_;
     QLabel* speedValue_;
+    QComboBox* voicePicker_;
     StatusLine* status_;
 };
 

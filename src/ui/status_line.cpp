@@ -34,6 +34,8 @@ StatusContent statusContent(Phase phase, const std::optional<Notice>& notice) {
             return {false, QStringLiteral("murmela.failed"), {}, danger, false};
         case Notice::Kind::saveFailed:
             return {false, QStringLiteral("murmela.saveFailed"), {}, danger, false};
+        case Notice::Kind::voiceGone:
+            return {false, QStringLiteral("murmela.voiceGone"), notice->name, secondary, false};
     }
     return {};
 }

@@ -22,7 +22,7 @@ class Spinner;
 struct StatusContent {
     bool spinner = false;
     QString textKey;     // empty: an empty text that keeps the line's place
-    QString savedName;   // the "{name}" of "murmela.saved"
+    QString savedName;   // the "{name}" of "murmela.saved" and "murmela.voiceGone"
     QString colorName;   // design token of the text's colour
     bool retry = false;  // the button that loads the voice again
 

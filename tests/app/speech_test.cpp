@@ -489,6 +489,58 @@ TEST_F(SpeechTest, TextAndSpeedSignalOnlyChangesAndTheSpeedIsStoredForTheNextMod
     EXPECT_EQ(Speech(settings.store(), testing::testVoiceDirectory()).speed(), 0.8);
 }
 
+// The user has added a voice that speaks differently from the bundled one; it is picked, opened
+// in place of the other, remembered for the next model, and missed once it is gone.
+TEST_F(SpeechTest, AChosenVoiceSpeaksIsRememberedAndIsReplacedByTheBundledOneWhenGone) {
+    const std::filesystem::path data = directory / "data";
+    std::filesystem::create_directories(data / "murmela" / "voices");
+    std::filesystem::create_directory_symlink(MURMELA_OTHER_VOICE_DIR,
+                                              data / "murmela" / "voices" / "other");
+    const char* before = std::getenv("XDG_DATA_HOME");
+    const std::optional<std::string> saved =
+        before ? std::optional<std::string>(before) : std::nullopt;
+    ::setenv("XDG_DATA_HOME", data.c_str(), 1);
+    const auto savedBy = [&](Speech& speech, const std::string& name) {
+        speech.setText("Please close the window.");
+        speech.save(directory / name);
+        EXPECT_TRUE(testing::waitForReady(speech, 60s));
+        return testing::readText(directory / name);
+    };
+    {
+        std::unique_ptr<Speech> speech = loadedSpeech();
+        ASSERT_EQ(speech->voices().size(), 2u);
+        EXPECT_EQ(speech->voices()[0].id, "murmela");
+        EXPECT_EQ(speech->voices()[1].id, "other");
+        EXPECT_EQ(speech->voiceId(), "murmela");
+        const std::string bundled = savedBy(*speech, "bundled.wav");
+
+        testing::SignalRecord record(*speech);
+        speech->setVoiceId("nobody");  // not installed: nothing changes
+        speech->setVoiceId("other");
+        EXPECT_EQ(speech->voiceId(), "other");
+        EXPECT_FALSE(speech->hasVoice());
+        ASSERT_TRUE(testing::waitForReady(*speech, 60s));
+        EXPECT_THAT(record.phases, ElementsAre(Phase::loading, Phase::ready));
+        EXPECT_NE(savedBy(*speech, "other.wav"), bundled);
+    }
+    EXPECT_THAT(settings.fileText(), ::testing::HasSubstr("voice=other\n"));
+    {
+        Speech speech(settings.store(), testing::testVoiceDirectory());
+        EXPECT_EQ(speech.voiceId(), "other");
+        ASSERT_TRUE(testing::loadAndWait(speech));
+        EXPECT_EQ(speech.notice(), std::nullopt);
+    }
+    std::filesystem::remove(data / "murmela" / "voices" / "other");
+    {
+        Speech speech(settings.store(), testing::testVoiceDirectory());
+        EXPECT_EQ(speech.voiceId(), "murmela");
+        EXPECT_EQ(speech.voices().size(), 1u);
+        ASSERT_TRUE(testing::loadAndWait(speech));
+        EXPECT_EQ(speech.notice(), Notice::voiceGone("other"));
+    }
+    saved ? ::setenv("XDG_DATA_HOME", saved->c_str(), 1) : ::unsetenv("XDG_DATA_HOME");
+}
+
 TEST_F(SpeechTest, AModelDestroyedWhileItWorksNeitherHangsNorCallsBack) {
     const QString longText = QString::fromStdString(longSentences(1, 100));
     {

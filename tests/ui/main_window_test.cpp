@@ -9,6 +9,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QComboBox>
 #include <QFileDialog>
 #include <QLabel>
 #include <QMenu>
@@ -22,6 +23,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "app/speech.h"
@@ -113,6 +115,53 @@ TEST_F(MainWindow, EditorHasThePlaceholderInTheSecondaryColourAndSliderKeepsToIt
     speech().setSpeed(1.03);
     EXPECT_EQ(value->text(), valueText("1.05"));
     EXPECT_EQ(value->accessibleName(), value->text());
+}
+
+// The user has added a voice: the test voice again, under an id of its own.
+class MainWindowWithTwoVoices : public MainWindow {
+protected:
+    void SetUp() override {
+        const std::filesystem::path voices = data_ / "murmela" / "voices";
+        std::filesystem::create_directories(voices);
+        std::filesystem::create_directory_symlink(voice_, voices / "second");
+        if (const char* before = std::getenv("XDG_DATA_HOME")) {
+            saved_ = before;
+        }
+        ::setenv("XDG_DATA_HOME", data_.path().c_str(), 1);
+        MainWindow::SetUp();
+    }
+    void TearDown() override {
+        MainWindow::TearDown();
+        saved_ ? ::setenv("XDG_DATA_HOME", saved_->c_str(), 1) : ::unsetenv("XDG_DATA_HOME");
+    }
+
+    murmela::testing::TemporaryDirectory data_{"murmela-voices"};
+    std::optional<std::string> saved_;
+};
+
+TEST_F(MainWindowWithTwoVoices, TheVoicePickerFollowsTheSpeedAndPicksWithTheKeyboard) {
+    auto* picker = findNamed<QComboBox>(&app_->mainWindow(), "voice");
+    ASSERT_NE(picker, nullptr);
+    EXPECT_EQ(picker->accessibleName(), text("murmela.voice"));
+    ASSERT_EQ(picker->count(), 2);
+    EXPECT_EQ(picker->itemData(0).toString(), "murmela");
+    EXPECT_EQ(picker->itemData(1).toString(), "second");
+    EXPECT_EQ(picker->itemText(1), "second (en-US)");
+    EXPECT_EQ(picker->currentIndex(), 0);
+    ASSERT_TRUE(waitForPhase(Phase::ready));
+
+    // Tab from the speed reaches it, and an arrow key picks the next voice, which loads.
+    findNamed<QSlider>(&app_->mainWindow(), "speed")->setFocus();
+    press(Qt::Key_Tab);
+    ASSERT_EQ(QApplication::focusWidget(), picker);
+    press(Qt::Key_Down);
+    EXPECT_EQ(speech().voiceId(), "second");
+    EXPECT_EQ(speech().phase(), Phase::loading);
+    EXPECT_EQ(status(), text("murmela.loading"));
+    ASSERT_TRUE(waitForPhase(Phase::ready));
+    // A choice made elsewhere shows here.
+    speech().setVoiceId("murmela");
+    EXPECT_EQ(picker->currentIndex(), 0);
 }
 
 TEST_F(MainWindow, ShowsLoadingUntilReadyThenShortcutsAndMenuItemsReachTheModel) {

@@ -206,6 +206,7 @@ def main():
         "MURMELA_AUDIO": "none",
         "MURMELA_RESOURCES": arguments.resources,
         "XDG_CONFIG_HOME": os.path.join(scratch, "config"),
+        "XDG_DATA_HOME": os.path.join(scratch, "data"),
     })
 
     def start(run):
@@ -223,6 +224,13 @@ def main():
         stop = program.control(pyatspi.ROLE_PUSH_BUTTON, copy["murmela.stop"])
         program.control(pyatspi.ROLE_PUSH_BUTTON, copy["murmela.save"])
         slider = program.control(pyatspi.ROLE_SLIDER, copy["murmela.speed"])
+        # The voice picker: a combo box named by the voice it shows and described as the voice.
+        pickers = pyatspi.findAllDescendants(
+            program.app, lambda node: node.getRole() == pyatspi.ROLE_COMBO_BOX)
+        if [(picker.name.endswith("(en-US)"), picker.description) for picker in pickers] != [
+                (True, copy["murmela.voice"])]:
+            fail("no voice picker showing the bundled voice: %r"
+                 % [(picker.name, picker.description) for picker in pickers])
         if slider.description != speed_text("1.00"):
             fail(f"the slider describes its value as {slider.description!r}")
 
