@@ -195,13 +195,13 @@ void place(const SourceFile& file, const fs::path& destination) {
 }
 
 // The folder's name a voice of files gets: its model's, or the one given.
-std::string voiceName(const VoicesOptions& options, const std::string& modelName) {
+std::string voiceName(const VoicesOptions& options, const std::string& modelName, bool kokoro) {
     if (options.name) {
         return *options.name;
     }
     const std::string stem = fs::path(modelName).stem().string();
     // The Kokoro export published with a voices/ folder calls its model just "model".
-    return stem == "model" ? "kokoro" : stem;
+    return kokoro && stem == "model" ? "kokoro" : stem;
 }
 
 // Puts the files together as one voice directory in the staging folder; gives its name.
@@ -228,7 +228,7 @@ std::string arrangeFiles(const VoicesOptions& options, const std::vector<SourceF
                             kokoro ? "a Kokoro voice is one model (.onnx) with its voice pack"
                                    : "a Piper voice is one model (.onnx) with its .onnx.json");
     }
-    const std::string name = voiceName(options, models.front()->name);
+    const std::string name = voiceName(options, models.front()->name, kokoro);
     const fs::path directory = staging / name;
     if (!kokoro) {
         const std::string descriptionName = models.front()->name + ".json";
