@@ -56,7 +56,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.send_error(404)
             return
         start = 0
-        wanted = self.headers.get("Range")
+        wanted = None if name in state["ignore_ranges"] else self.headers.get("Range")
         if wanted:
             start = int(re.fullmatch(r"bytes=(\d+)-", wanted)[1])
             if start >= len(body):
@@ -99,6 +99,7 @@ class VoicesTest(unittest.TestCase):
         self.voices = self.data / "murmela" / "voices"
         self.server = Server(("127.0.0.1", 0), Handler)
         self.server.state = {"lock": threading.Lock(), "requests": [], "drops": {},
+                             "ignore_ranges": set(),
                              "files": {"model.onnx": MODEL, "model.onnx.json": DESCRIPTION}}
         threading.Thread(target=self.server.serve_forever, daemon=True).start()
         self.base = f"http://127.0.0.1:{self.server.server_address[1]}"
@@ -189,6 +190,15 @@ class VoicesTest(unittest.TestCase):
         self.assertEqual(ranges[0], None)
         self.assertEqual(ranges[1], f"bytes={len(MODEL) // 2}-")
         self.assertIn(("/files/model.onnx.json", None), self.requests())
+        self.assertNothingInstalled()
+
+        # A server that ignores the range sends the whole file again, which replaces the part.
+        self.server.state["drops"]["model.onnx"] = 1
+        self.server.state["ignore_ranges"].add("model.onnx")
+        self.assertFails(self.voices_command("add", "--sha256", MODEL_SHA256,
+                                             self.base + "/files/model.onnx"),
+                         7, "fails its test sentence")
+        self.server.state["ignore_ranges"].clear()
         self.assertNothingInstalled()
 
         # From one run to the next: it keeps breaking off until the command gives up, keeping
