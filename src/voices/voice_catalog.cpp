@@ -20,10 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-bool endsWith(std::string_view text, std::string_view ending) {
-    return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
-}
-
 // The directory's entries of one type, sorted by name so every listing comes out the same.
 std::vector<fs::path> entries(const fs::path& directory, bool directories) {
     std::vector<fs::path> found;
@@ -53,7 +49,7 @@ std::vector<fs::path> modelsWithoutPiperDescription(const fs::path& directory) {
 std::vector<fs::path> piperDescriptions(const fs::path& directory) {
     std::vector<fs::path> descriptions;
     for (const fs::path& file : entries(directory, false)) {
-        if (endsWith(file.filename().string(), ".onnx.json")) {
+        if (file.filename().string().ends_with(".onnx.json")) {
             descriptions.push_back(file);
         }
     }
@@ -361,7 +357,7 @@ std::vector<std::string> npzArrayNames(const fs::path& file) {
             throw VoiceError::damaged(fileName);
         }
         std::string name = directory.substr(at + entryHeaderSize, nameSize);
-        if (endsWith(name, ".npy")) {
+        if (name.ends_with(".npy")) {
             name.resize(name.size() - 4);
         }
         names.push_back(std::move(name));
