@@ -122,7 +122,9 @@ std::string arrangeFolder(const fs::path& folder, const std::optional<std::strin
         throw VoicesFailure(Kind::notAVoice, folder.string() + " is not a voice: " + error.what());
     }
     try {
-        fs::copy(folder, staging / folderName, fs::copy_options::recursive);
+        // Links stay links: following them could copy a loop (a link to ".") forever.
+        fs::copy(folder, staging / folderName,
+                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     } catch (const fs::filesystem_error& error) {
         throw writeFailure("cannot copy " + folder.string(), error);
     }

@@ -106,8 +106,10 @@ TEST(VoiceAssembly, FolderIsCheckedBeforeItIsCopied) {
     TemporaryDirectory root;
     murmela::testing::copyTestVoice(root / "tones");
     fs::create_directories(root / "staging");
+    fs::create_directory_symlink(".", root / "tones" / "loop");
     EXPECT_EQ(arrangeFolder(root / "tones" / "", std::nullopt, root / "staging"), "tones");
     EXPECT_TRUE(fs::exists(root / "staging" / "tones" / "voice.json"));
+    EXPECT_TRUE(fs::is_symlink(root / "staging" / "tones" / "loop"));
 
     writeText(root / "junk" / "big.dat", std::string(4096, 'x'));
     try {
