@@ -20,9 +20,10 @@ using murmela::testing::writeText;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
+// `size` bytes of `value`, least significant first; zeros beyond its eight.
 void appendLittleEndian(std::string& bytes, uint64_t value, int size) {
     for (int i = 0; i < size; ++i) {
-        bytes += static_cast<char>((value >> (8 * i)) & 0xFF);
+        bytes += static_cast<char>(i < 8 ? (value >> (8 * i)) & 0xFF : 0);
     }
 }
 
