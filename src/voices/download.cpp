@@ -213,8 +213,11 @@ Outcome requestRest(const std::string& url, const fs::path& partial, const Downl
         curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, showProgress);
         curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &transfer);
     }
+    // A plain range rather than libcurl's resumption, which fails outright when the server
+    // answers with the whole file; startBody() takes that answer from the start instead.
+    const std::string range = std::to_string(transfer.offset) + "-";
     if (transfer.offset > 0) {
-        curl_easy_setopt(curl, CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(transfer.offset));
+        curl_easy_setopt(curl, CURLOPT_RANGE, range.c_str());
     }
 
     const CURLcode code = curl_easy_perform(curl);

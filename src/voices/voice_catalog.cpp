@@ -20,10 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-bool endsWith(std::string_view text, std::string_view ending) {
-    return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
-}
-
 // The directory's entries of one type, sorted by name so every listing comes out the same.
 std::vector<fs::path> entries(const fs::path& directory, bool directories) {
     std::vector<fs::path> found;
@@ -53,7 +49,7 @@ std::vector<fs::path> modelsWithoutPiperDescription(const fs::path& directory) {
 std::vector<fs::path> piperDescriptions(const fs::path& directory) {
     std::vector<fs::path> descriptions;
     for (const fs::path& file : entries(directory, false)) {
-        if (endsWith(file.filename().string(), ".onnx.json")) {
+        if (file.filename().string().ends_with(".onnx.json")) {
             descriptions.push_back(file);
         }
     }
@@ -116,19 +112,6 @@ void describeKokoroStyle(VoiceDetails& details) {
     details.name[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(details.name[0])));
 }
 
-json parseDescription(const fs::path& file) {
-    try {
-        json document = json::parse(readFile(file));
-        if (document.is_object()) {
-            return document;
-        }
-    } catch (const fs::filesystem_error&) {
-        throw VoiceError::missing(file.filename().string());
-    } catch (const json::exception&) {
-    }
-    throw VoiceError::damaged(file.filename().string());
-}
-
 std::string textMember(const json& object, const char* key) {
     const auto found = object.is_object() ? object.find(key) : object.end();
     return found != object.end() && found->is_string() ? found->get<std::string>() : "";
@@ -186,18 +169,36 @@ std::vector<VoiceDetails> readPiperVoices(const fs::path& directory) {
                                                       : "more than one NAME.onnx.json");
     }
     const fs::path& file = descriptions.front();
-    const std::string fileName = file.filename().string();
     std::error_code error;
     if (!fs::is_regular_file(fs::path(file).replace_extension(), error)) {
         throw VoiceError::missing(fs::path(file).replace_extension().filename().string());
     }
-    const json document = parseDescription(file);
+    std::string text;
+    try {
+        text = readFile(file);
+    } catch (const fs::filesystem_error&) {
+        throw VoiceError::missing(file.filename().string());
+    }
+    return parsePiperDescription(text, file.filename().string());
+}
+
+std::vector<VoiceDetails> parsePiperDescription(std::string_view text,
+                                                const std::string& fileName) {
+    json document;
+    try {
+        document = json::parse(text);
+    } catch (const json::exception&) {
+        throw VoiceError::damaged(fileName);
+    }
+    if (!document.is_object()) {
+        throw VoiceError::damaged(fileName);
+    }
 
     VoiceDetails details;
     details.kind = VoiceKind::piper;
     details.name = textMember(document, "dataset");
     if (details.name.empty()) {
-        details.name = fs::path(file).replace_extension().stem().string();
+        details.name = fs::path(fileName).replace_extension().stem().string();
     }
     // "en_US" in the file; a tag as the rest of the world writes it in the list.
     const json& language = document.contains("language") ? document["language"] : json();
@@ -361,7 +362,7 @@ std::vector<std::string> npzArrayNames(const fs::path& file) {
             throw VoiceError::damaged(fileName);
         }
         std::string name = directory.substr(at + entryHeaderSize, nameSize);
-        if (endsWith(name, ".npy")) {
+        if (name.ends_with(".npy")) {
             name.resize(name.size() - 4);
         }
         names.push_back(std::move(name));

@@ -42,6 +42,10 @@ std::vector<VoiceDetails> readThreeStageVoice(const std::filesystem::path& direc
 std::vector<VoiceDetails> readPiperVoices(const std::filesystem::path& directory);
 std::vector<VoiceDetails> readKokoroVoices(const std::filesystem::path& directory);
 
+// The voices a Piper NAME.onnx.json's text describes, `fileName` naming it in errors. Throws
+// VoiceError as readVoiceDirectory() does.
+std::vector<VoiceDetails> parsePiperDescription(std::string_view text, const std::string& fileName);
+
 // The names of the arrays in a NumPy .npz file (a zip archive of NAME.npy members), in archive
 // order and without ".npy", read from the archive's central directory alone. Throws
 // VoiceError::damaged(file name) when that directory is missing or cut short.

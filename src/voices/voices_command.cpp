@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <system_error>
 
@@ -15,6 +15,7 @@
 #include "common/voice_error.h"
 #include "engine/voice.h"
 #include "voices/download.h"
+#include "voices/voice_assembly.h"
 #include "voices/voice_catalog.h"
 #include "voices/voice_store.h"
 
@@ -30,10 +31,6 @@ VoicesFailure usage(const std::string& message) {
 
 bool isAddress(const std::string& source) {
     return source.starts_with("http://") || source.starts_with("https://");
-}
-
-bool endsWith(std::string_view text, std::string_view ending) {
-    return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
 }
 
 uintmax_t parseSize(const std::string& text) {
@@ -148,13 +145,6 @@ private:
     fs::path path_;
 };
 
-// One file of the voice to be, wherever it came from.
-struct SourceFile {
-    fs::path path;
-    std::string name;         // the file name it is installed under
-    bool downloaded = false;  // a partial download's file, moved rather than copied
-};
-
 // Partial downloads are named by their address, so a resumed one continues the same file.
 std::string partialName(const std::string& url, const std::string& name) {
     uint64_t hash = 14695981039346656037ULL;  // FNV-1a: stable from run to run
@@ -172,116 +162,6 @@ void checkChecksum(const SourceFile& file, const std::string& expected) {
         throw VoicesFailure(Kind::badDownload, "wrong checksum for " + file.name + ": expected " +
                                                    expected + ", got " + actual);
     }
-}
-
-VoicesFailure writeFailure(const std::string& what, const fs::filesystem_error& error) {
-    return VoicesFailure(Kind::cannotWrite, what + ": " +
-                                                (error.code() == std::errc::no_space_on_device
-                                                     ? std::string("the disk is full")
-                                                     : error.code().message()));
-}
-
-void place(const SourceFile& file, const fs::path& destination) {
-    try {
-        fs::create_directories(destination.parent_path());
-        if (file.downloaded) {
-            fs::rename(file.path, destination);
-        } else {
-            fs::copy_file(file.path, destination);
-        }
-    } catch (const fs::filesystem_error& error) {
-        throw writeFailure("cannot put " + file.name + " in place", error);
-    }
-}
-
-// The folder's name a voice of files gets: its model's, or the one given.
-std::string voiceName(const VoicesOptions& options, const std::string& modelName) {
-    if (options.name) {
-        return *options.name;
-    }
-    const std::string stem = fs::path(modelName).stem().string();
-    // The Kokoro export published with a voices/ folder calls its model just "model".
-    return stem == "model" ? "kokoro" : stem;
-}
-
-// Puts the files together as one voice directory in the staging folder; gives its name.
-std::string arrangeFiles(const VoicesOptions& options, const std::vector<SourceFile>& files,
-                         const fs::path& staging) {
-    const bool kokoro = std::any_of(files.begin(), files.end(), [](const SourceFile& file) {
-        return endsWith(file.name, ".bin");
-    });
-    std::vector<const SourceFile*> models;
-    for (const SourceFile& file : files) {
-        if (endsWith(file.name, ".onnx")) {
-            models.push_back(&file);
-        } else if (!endsWith(file.name, ".bin") &&
-                   !(endsWith(file.name, ".onnx.json") && !kokoro)) {
-            throw VoicesFailure(Kind::notAVoice,
-                                file.name +
-                                    " is not part of a voice: give a voice folder, a "
-                                    "Piper NAME.onnx, or a Kokoro model with its voice "
-                                    "pack (.bin)");
-        }
-    }
-    if (models.size() != 1) {
-        throw VoicesFailure(Kind::notAVoice,
-                            kokoro ? "a Kokoro voice is one model (.onnx) with its voice pack"
-                                   : "a Piper voice is one model (.onnx) with its .onnx.json");
-    }
-    const std::string name = voiceName(options, models.front()->name);
-    const fs::path directory = staging / name;
-    if (!kokoro) {
-        const std::string descriptionName = models.front()->name + ".json";
-        const auto description =
-            std::find_if(files.begin(), files.end(),
-                         [&](const SourceFile& file) { return file.name == descriptionName; });
-        if (description != files.end()) {
-            place(*description, directory / descriptionName);
-        } else {
-            const SourceFile beside{fs::path(models.front()->path).concat(".json"),
-                                    descriptionName};
-            std::error_code error;
-            if (models.front()->downloaded || !fs::is_regular_file(beside.path, error)) {
-                throw VoicesFailure(Kind::notAVoice, descriptionName + " is missing beside " +
-                                                         models.front()->name +
-                                                         " (a Piper voice needs both)");
-            }
-            place(beside, directory / descriptionName);
-        }
-        place(*models.front(), directory / models.front()->name);
-        return name;
-    }
-    place(*models.front(), directory / models.front()->name);
-    for (const SourceFile& file : files) {
-        if (endsWith(file.name, ".bin")) {
-            // A pack of all styles (an .npz archive) stays whole; a file of one style goes
-            // among the others in voices/.
-            std::ifstream stream(file.path, std::ios::binary);
-            std::array<char, 2> magic{};
-            const bool archive = stream.read(magic.data(), 2) && magic[0] == 'P' && magic[1] == 'K';
-            place(file, archive ? directory / file.name : directory / "voices" / file.name);
-        }
-    }
-    return name;
-}
-
-std::string arrangeFolder(const VoicesOptions& options, const fs::path& folder,
-                          const fs::path& staging) {
-    const fs::path normal = fs::absolute(folder).lexically_normal();
-    const std::string name = options.name.value_or(
-        (normal.has_filename() ? normal : normal.parent_path()).filename().string());
-    // Checked before copying, so a wrong folder is not copied whole first.
-    try {
-        readVoiceDirectory(folder);
-    } catch (const VoiceError& error) {
-        throw VoicesFailure(Kind::notAVoice, folder.string() + " is not a voice: " + error.what());
-    }
-    try {
-        fs::copy(folder, staging / name, fs::copy_options::recursive);
-    } catch (const fs::filesystem_error& error) {
-        throw writeFailure("cannot copy " + folder.string(), error);
-    }
-    return name;
 }
 
 constexpr const char* testSentence = "This is a test.";
@@ -316,7 +196,7 @@ void checkVoice(const fs::path& directory) {
 std::vector<SourceFile> gatherFiles(const VoicesOptions& options, const VoiceStore& store) {
     const bool kokoro =
         std::any_of(options.sources.begin(), options.sources.end(), [](const std::string& source) {
-            return endsWith(isAddress(source) ? urlFileName(source) : source, ".bin");
+            return (isAddress(source) ? urlFileName(source) : source).ends_with(".bin");
         });
     DownloadOptions downloading;
     downloading.sizeLimit = options.sizeLimit;
@@ -348,7 +228,7 @@ std::vector<SourceFile> gatherFiles(const VoicesOptions& options, const VoiceSto
             }
             fetch(source, names[index]);
             const std::string descriptionName = names[index] + ".json";
-            if (!kokoro && endsWith(names[index], ".onnx") &&
+            if (!kokoro && names[index].ends_with(".onnx") &&
                 std::find(names.begin(), names.end(), descriptionName) == names.end()) {
                 fetch(urlWithSuffix(source, ".json"), descriptionName);
             }
@@ -395,8 +275,8 @@ std::vector<std::string> addVoice(const VoicesOptions& options, const VoiceStore
     const StagingFolder staging(store.createStaging());
     std::string name;
     try {
-        name = folder ? arrangeFolder(options, options.sources.front(), staging.path())
-                      : arrangeFiles(options, files, staging.path());
+        name = folder ? arrangeFolder(options.sources.front(), options.name, staging.path())
+                      : arrangeFiles(files, options.name, staging.path());
         checkVoice(staging.path() / name);
     } catch (...) {
         for (const SourceFile& file : files) {
