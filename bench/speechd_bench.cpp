@@ -5,12 +5,19 @@
 //                   event after the STOP and the module's resident peak as counters;
 //   stop_and_speak  STOP during a long text and at once SPEAK of a short phrase, to that
 //                   phrase's first AUDIO event: what a screen reader's key press costs.
+//   switch_voice    SET synthesis_voice to the other of two installed voices (the bundled one
+//                   and the benchmark voice, whose models do realistic work) and SPEAK of the
+//                   short phrase, to its first AUDIO event: the voice let go, the other opened
+//                   and warmed up, and the phrase made; with the module's resident memory, one
+//                   voice loaded, as a counter.
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -185,6 +192,40 @@ void stopAndSpeak(benchmark::State& state, const Subject& subject) {
     }
 }
 
+void switchVoice(benchmark::State& state) {
+    // The benchmark voice installed as the user's, beside the bundled one.
+    const std::filesystem::path data = std::filesystem::temp_directory_path() /
+                                       ("murmela-bench-voices-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(data / "murmela" / "voices");
+    std::filesystem::create_directory_symlink(MURMELA_BENCHMARK_VOICE_DIR,
+                                              data / "murmela" / "voices" / "benchmark");
+    Subject subject = murmela;
+    subject.environment.push_back("XDG_DATA_HOME=" + data.string());
+    std::unique_ptr<ModuleClient> module = started(subject, state);
+    bool other = false;
+    std::optional<int64_t> resident;
+    for (auto _ : state) {
+        if (!module) {
+            break;
+        }
+        other = !other;
+        const Clock::time_point start = Clock::now();
+        module->send(std::string("SET\nsynthesis_voice=") + (other ? "benchmark" : "Murmela") +
+                     "\n.\n");
+        readUntil(*module, 203);
+        readUntil(*module, 203);
+        if (!phraseSpoken(*module, start, state)) {
+            break;
+        }
+        resident = module->residentKilobytes();
+    }
+    if (resident) {
+        state.counters["resident_MiB"] = static_cast<double>(*resident) / 1024;
+    }
+    module.reset();
+    std::filesystem::remove_all(data);
+}
+
 // Each iteration speaks for real, so a fixed count keeps the run to a minute or two.
 constexpr int iterations = 40;
 BENCHMARK_CAPTURE(firstAudio, murmela, murmela)->UseManualTime()->Iterations(iterations);
@@ -193,6 +234,7 @@ BENCHMARK_CAPTURE(stop, murmela, murmela)->UseManualTime()->Iterations(iteration
 BENCHMARK_CAPTURE(stop, espeak_ng, espeakNg)->UseManualTime()->Iterations(iterations);
 BENCHMARK_CAPTURE(stopAndSpeak, murmela, murmela)->UseManualTime()->Iterations(iterations);
 BENCHMARK_CAPTURE(stopAndSpeak, espeak_ng, espeakNg)->UseManualTime()->Iterations(iterations);
+BENCHMARK(switchVoice)->UseManualTime()->Iterations(iterations);
 
 }  // namespace
 
