@@ -94,6 +94,19 @@ void Narrator::useVoice(std::function<std::shared_ptr<Voice>()> openVoice) {
     });
 }
 
+void Narrator::runBetweenJobs(std::function<void()> work,
+                              std::function<void(std::optional<std::string> error)> done) {
+    renderQueue_.post([self = this, work = std::move(work), done = std::move(done)] {
+        std::optional<std::string> error;
+        try {
+            work();
+        } catch (...) {
+            error = errorDescription(std::current_exception());
+        }
+        self->inbox_.post([done, error] { done(error); });
+    });
+}
+
 std::shared_ptr<const CancelFlag> Narrator::speak(std::string text, double speed) {
     const std::shared_ptr<CancelFlag> flag = startPlaying();
     synthesise(std::move(text), speed, flag,

@@ -56,6 +56,12 @@ public:
     // never held at once.
     void useVoice(std::function<std::shared_ptr<Voice>()> openVoice);
 
+    // Runs `work` on the render thread after the jobs asked for before it, for work on voices
+    // that must not run beside speaking; `done` comes on this thread with the description of
+    // what `work` threw, if anything.
+    void runBetweenJobs(std::function<void()> work,
+                        std::function<void(std::optional<std::string> error)> done);
+
     // Starts speaking `text` at `speed`, stopping what was being spoken, and gives the new
     // speech's cancel flag, raised once it has been stopped or has failed. Throws
     // AudioOutputError when the sound output cannot be opened. Then comes either `synthesised`

@@ -37,6 +37,8 @@ QString describe(const std::optional<Notice>& notice) {
             return QStringLiteral("saveFailed");
         case Notice::Kind::voiceGone:
             return QStringLiteral("voiceGone(%1)").arg(notice->name);
+        case Notice::Kind::voiceNotAdded:
+            return QStringLiteral("voiceNotAdded(%1)").arg(notice->name);
     }
     return QStringLiteral("?");
 }

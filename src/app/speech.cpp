@@ -9,6 +9,7 @@
 #include "frontend/normalise.h"
 #include "logging/log.h"
 #include "voices/voice_choice.h"
+#include "voices/voices_command.h"
 
 namespace murmela {
 namespace {
@@ -27,23 +28,11 @@ Speech::Speech(SettingsStore defaults, std::optional<std::filesystem::path> voic
       defaults_(std::move(defaults)),
       bundledDirectory_(std::move(voiceDirectory)),
       narrator_([directory = bundledDirectory_] { return loadVoice(directory); }) {
-    VoiceLocations locations = VoiceLocations::standard();
+    locations_ = VoiceLocations::standard();
     if (bundledDirectory_) {
-        locations.bundled = bundledDirectory_;
+        locations_.bundled = bundledDirectory_;
     }
-    // The bundled voice is offered even when it cannot be read: it is the one a load then
-    // says is missing.
-    voices_.push_back({bundledId, QStringLiteral("Murmela"), QStringLiteral("en-US")});
-    for (InstalledVoice& voice : VoiceStore(std::move(locations)).list().voices) {
-        if (voice.place == VoicePlace::bundled) {
-            voices_.front().name = QString::fromStdString(voice.details.name);
-            continue;
-        }
-        voices_.push_back({QString::fromStdString(voice.id),
-                           QString::fromStdString(voice.details.name),
-                           QString::fromStdString(voice.details.language)});
-        added_.push_back(std::move(voice));
-    }
+    readVoices();
     voiceId_ = bundledId;
     if (const std::optional<QVariant> chosen = defaults_.value(voiceKey)) {
         const QString id = chosen->toString();
@@ -124,6 +113,54 @@ void Speech::load() {
     narrator_.load([this, generation = loadGeneration_](const Narrator::LoadResult& result) {
         loaded(result, generation);
     });
+}
+
+void Speech::readVoices() {
+    // The bundled voice is offered even when it cannot be read: it is the one a load then
+    // says is missing.
+    voices_ = {{bundledId, QStringLiteral("Murmela"), QStringLiteral("en-US")}};
+    added_.clear();
+    for (InstalledVoice& voice : VoiceStore(locations_).list().voices) {
+        if (voice.place == VoicePlace::bundled) {
+            voices_.front().name = QString::fromStdString(voice.details.name);
+            continue;
+        }
+        voices_.push_back({QString::fromStdString(voice.id),
+                           QString::fromStdString(voice.details.name),
+                           QString::fromStdString(voice.details.language)});
+        added_.push_back(std::move(voice));
+    }
+}
+
+void Speech::addVoice(std::vector<std::filesystem::path> sources) {
+    if (phase_ != Phase::ready && phase_ != Phase::failed) {
+        return;
+    }
+    const Phase before = phase_;
+    setPhase(Phase::loading);
+    setNotice(std::nullopt);
+    VoicesOptions options;
+    options.action = VoicesOptions::Action::add;
+    for (const std::filesystem::path& source : sources) {
+        options.sources.push_back(source.string());
+    }
+    auto ids = std::make_shared<std::vector<std::string>>();
+    narrator_.runBetweenJobs(
+        [ids, options, store = VoiceStore(locations_)] {
+            *ids = murmela::addVoice(options, store);
+        },
+        [this, ids, before](const std::optional<std::string>& error) {
+            if (error || ids->empty()) {
+                setPhase(before);
+                setNotice(Notice::voiceNotAdded(QString::fromStdString(error.value_or(""))));
+                log::error(logSource, "voice not added: " + error.value_or(""));
+                return;
+            }
+            readVoices();
+            emit voicesChanged();
+            setPhase(before);
+            setVoiceId(QString::fromStdString(ids->front()));
+        });
 }
 
 void Speech::useVoice(const QString& id) {

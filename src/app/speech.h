@@ -84,6 +84,12 @@ public:
     const QString& voiceId() const { return voiceId_; }
     void setVoiceId(const QString& id);
 
+    // Installs a voice from `sources` (a voice folder, a Piper model, or a Kokoro model with
+    // its voice pack), checked as `murmela voices add` checks it, and makes it the voice that
+    // speaks. Only while `ready` or `failed`: the phase is `loading` while it is checked and the
+    // new voice opens; a voice that does not pass leaves the notice `voiceNotAdded`.
+    void addVoice(std::vector<std::filesystem::path> sources);
+
     // The text has something besides white space and line ends.
     bool canSpeak() const;
     // A voice has been loaded.
@@ -124,11 +130,15 @@ signals:
     void voiceChanged();
     void cancelChanged();
     void voiceIdChanged(const QString& id);
+    // voices() changed: a voice was added.
+    void voicesChanged();
 
 private:
     void setPhase(Phase phase);
     void setNotice(std::optional<Notice> notice);
 
+    // Reads the installed voices into voices_ and added_.
+    void readVoices();
     // Has the narrator speak with the voice `id` (one of voices_) from its next job on.
     void useVoice(const QString& id);
     void loaded(const Narrator::LoadResult& result, int generation);
@@ -143,6 +153,7 @@ private:
     double speed_ = 1.0;
     SettingsStore defaults_;
     std::optional<std::filesystem::path> bundledDirectory_;
+    VoiceLocations locations_;
     std::vector<VoiceOption> voices_;
     std::vector<InstalledVoice> added_;  // voices_ but the first, the bundled one
     QString voiceId_;

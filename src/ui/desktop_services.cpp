@@ -16,6 +16,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
+#include <vector>
 
 #include "app/speech.h"
 #include "logging/log.h"
@@ -136,6 +138,32 @@ QFileDialog* presentSavePanel(Speech& speech, QWidget* window, const UiTables& t
     }
     dialog->exec();
     return nullptr;
+}
+
+QFileDialog* presentAddVoicePanel(Speech& speech, QWidget* window, const UiTables& tables) {
+    if (speech.phase() != Phase::ready && speech.phase() != Phase::failed) {
+        return nullptr;
+    }
+    auto* dialog = new QFileDialog(window);
+    dialog->setObjectName(QStringLiteral("addVoicePanel"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setAcceptMode(QFileDialog::AcceptOpen);
+    dialog->setFileMode(QFileDialog::ExistingFiles);
+    dialog->setNameFilter(tables.text(QStringLiteral("murmela.addVoiceFilter")));
+    QPointer<Speech> model(&speech);
+    QObject::connect(dialog, &QFileDialog::filesSelected, dialog,
+                     [model](const QStringList& files) {
+                         std::vector<std::filesystem::path> sources;
+                         for (const QString& file : files) {
+                             sources.emplace_back(QFile::encodeName(file).toStdString());
+                         }
+                         if (model && !sources.empty()) {
+                             model->addVoice(std::move(sources));
+                         }
+                     });
+    dialog->setWindowModality(Qt::WindowModal);
+    dialog->open();
+    return dialog;
 }
 
 }  // namespace murmela::ui

@@ -55,4 +55,11 @@ std::optional<QUrl> linkAddress(const QString& text);
 QFileDialog* presentSavePanel(Speech& speech, QWidget* window,
                               const UiTables& tables = UiTables::application());
 
+// Asks for the downloaded files of a voice (a Piper model and its description, or a Kokoro
+// model and its voice pack), as a sheet on `window`, and hands those chosen to the model's
+// addVoice; held weakly, as the save panel holds it. Only while the model is `ready` or
+// `failed`; returns null when nothing was asked.
+QFileDialog* presentAddVoicePanel(Speech& speech, QWidget* window,
+                                  const UiTables& tables = UiTables::application());
+
 }  // namespace murmela::ui

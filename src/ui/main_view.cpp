@@ -129,12 +129,7 @@ MainView::MainView(Speech& speech, const UiTables& tables, QWidget* parent)
     voicePicker_->setAccessibleName(voiceLabel->text());
     voicePicker_->setAccessibleDescription(voiceLabel->text());
     voicePicker_->setSizeAdjustPolicy(QComboBox::AdjustToContents);
-    for (const Speech::VoiceOption& voice : speech_.voices()) {
-        voicePicker_->addItem(tables_.text(QStringLiteral("murmela.voiceOption"),
-                                           {{QStringLiteral("name"), voice.name},
-                                            {QStringLiteral("language"), voice.language}}),
-                              voice.id);
-    }
+    listVoices();
     voiceLabel->setBuddy(voicePicker_);
     connect(voicePicker_, &QComboBox::activated, this, [this](int index) {
         speech_.setVoiceId(voicePicker_->itemData(index).toString());
@@ -142,6 +137,12 @@ MainView::MainView(Speech& speech, const UiTables& tables, QWidget* parent)
         showVoice(speech_.voiceId());
     });
     controls->addWidget(voicePicker_, 0, Qt::AlignVCenter);
+    auto* addVoice = new QPushButton(tables_.text(QStringLiteral("murmela.addVoice")), this);
+    addVoice->setObjectName(QStringLiteral("addVoice"));
+    addVoice->setAccessibleName(addVoice->text());
+    addVoice->setAutoDefault(false);
+    connect(addVoice, &QPushButton::clicked, this, &MainView::addVoiceRequested);
+    controls->addWidget(addVoice, 0, Qt::AlignVCenter);
 
     controls->addStretch();
     auto* save = new QPushButton(tables_.text(QStringLiteral("murmela.save")), this);
@@ -161,6 +162,10 @@ MainView::MainView(Speech& speech, const UiTables& tables, QWidget* parent)
     connect(&speech_, &Speech::textChanged, this, &MainView::showText);
     connect(&speech_, &Speech::speedChanged, this, &MainView::showSpeed);
     connect(&speech_, &Speech::voiceIdChanged, this, &MainView::showVoice);
+    connect(&speech_, &Speech::voicesChanged, this, [this] {
+        listVoices();
+        showVoice(speech_.voiceId());
+    });
     auto showStatus = [this] { status_->showStatus(speech_.phase(), speech_.notice()); };
     connect(&speech_, &Speech::phaseChanged, this, showStatus);
     connect(&speech_, &Speech::noticeChanged, this, showStatus);
@@ -177,6 +182,17 @@ void MainView::showText(const QString& text) {
     // move its cursor.
     if (editor_->toPlainText() != text) {
         editor_->setPlainText(text);
+    }
+}
+
+void MainView::listVoices() {
+    const QSignalBlocker quiet(voicePicker_);
+    voicePicker_->clear();
+    for (const Speech::VoiceOption& voice : speech_.voices()) {
+        voicePicker_->addItem(tables_.text(QStringLiteral("murmela.voiceOption"),
+                                           {{QStringLiteral("name"), voice.name},
+                                            {QStringLiteral("language"), voice.language}}),
+                              voice.id);
     }
 }
 

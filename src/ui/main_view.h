@@ -35,10 +35,14 @@ public:
 signals:
     // Save was pressed: the window asks where to and hands that to the model.
     void saveRequested();
+    // Add Voice was pressed: the window asks for the voice's files.
+    void addVoiceRequested();
 
 private:
     void showSpeed(double speed);
     void showVoice(const QString& id);
+    // Fills the picker with the model's voices.
+    void listVoices();
     void showText(const QString& text);
 
     Speech& speech_;

@@ -42,6 +42,8 @@ MurmelaApp::MurmelaApp(SettingsStore settings, std::optional<std::filesystem::pa
     mainWindow_->resize(tables_.tokens.layout(QStringLiteral("windowWidth")),
                         tables_.tokens.layout(QStringLiteral("windowHeight")));
     connect(mainView_, &MainView::saveRequested, this, &MurmelaApp::saveText);
+    connect(mainView_, &MainView::addVoiceRequested, this,
+            [this] { presentAddVoicePanel(*speech_, mainWindow_.get(), tables_); });
     addMenus();
     mainWindow_->installEventFilter(this);
 }

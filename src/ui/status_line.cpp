@@ -36,6 +36,8 @@ StatusContent statusContent(Phase phase, const std::optional<Notice>& notice) {
             return {false, QStringLiteral("murmela.saveFailed"), {}, danger, false};
         case Notice::Kind::voiceGone:
             return {false, QStringLiteral("murmela.voiceGone"), notice->name, secondary, false};
+        case Notice::Kind::voiceNotAdded:
+            return {false, QStringLiteral("murmela.voiceNotAdded"), notice->name, danger, false};
     }
     return {};
 }

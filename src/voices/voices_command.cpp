@@ -254,6 +254,8 @@ std::vector<SourceFile> gatherFiles(const VoicesOptions& options, const VoiceSto
     return files;
 }
 
+}  // namespace
+
 std::vector<std::string> addVoice(const VoicesOptions& options, const VoiceStore& store) {
     std::error_code error;
     const bool folder = options.sources.size() == 1 && !isAddress(options.sources.front()) &&
@@ -288,6 +290,8 @@ std::vector<std::string> addVoice(const VoicesOptions& options, const VoiceStore
     }
     return store.install(staging.path() / name, name);
 }
+
+namespace {
 
 // libcurl's set-up and tear-down, once for the command.
 class CurlLibrary {

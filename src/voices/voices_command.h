@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "voices/voice_store.h"
 #include "voices/voices_failure.h"
 
 namespace murmela {
@@ -43,6 +44,11 @@ struct VoicesOptions {
 // as many checksums as sources unless none, a size that is not a number of bytes (with an
 // optional k, M or G), add without a source, remove without exactly one id.
 VoicesOptions parseVoicesOptions(const std::vector<std::string>& arguments);
+
+// Installs the voice the sources of `options` make (files, a folder or addresses; addresses
+// need libcurl set up) into the user's voices of `store`, once it has loaded and spoken a
+// sentence; gives its ids. Throws VoicesFailure, leaving nothing half installed.
+std::vector<std::string> addVoice(const VoicesOptions& options, const VoiceStore& store);
 
 // The text of --help.
 std::string voicesUsage();

@@ -524,11 +524,32 @@ TEST_F(SpeechTest, AChosenVoiceSpeaksIsRememberedAndIsReplacedByTheBundledOneWhe
         EXPECT_NE(savedBy(*speech, "other.wav"), bundled);
     }
     EXPECT_THAT(settings.fileText(), ::testing::HasSubstr("voice=other\n"));
+    QString added;  // the id of the voice added below, which is then gone too
     {
         Speech speech(settings.store(), testing::testVoiceDirectory());
         EXPECT_EQ(speech.voiceId(), "other");
         ASSERT_TRUE(testing::loadAndWait(speech));
         EXPECT_EQ(speech.notice(), std::nullopt);
+
+        // Files that make no voice are refused, installing nothing; a voice folder is added,
+        // checked and made the voice that speaks.
+        testing::writeText(directory / "fake.onnx", "not a model");
+        testing::SignalRecord record(speech);
+        speech.addVoice({directory / "fake.onnx"});
+        ASSERT_TRUE(testing::waitForReady(speech, 60s));
+        ASSERT_TRUE(speech.notice() && speech.notice()->kind == Notice::Kind::voiceNotAdded);
+        EXPECT_FALSE(speech.notice()->name.isEmpty());
+        EXPECT_EQ(speech.voices().size(), 2u);
+        speech.addVoice({testing::testVoiceDirectory()});
+        EXPECT_EQ(speech.phase(), Phase::loading);
+        ASSERT_TRUE(runEventsUntil([&] { return speech.voices().size() == 3; }, 60s));
+        ASSERT_TRUE(testing::waitForReady(speech, 60s));
+        EXPECT_EQ(speech.voiceId(), speech.voices()[2].id);
+        EXPECT_TRUE(std::filesystem::is_directory(data / "murmela" / "voices" /
+                                                  speech.voiceId().toStdString()));
+        EXPECT_EQ(speech.notice(), std::nullopt);
+        added = speech.voiceId();
+        std::filesystem::remove_all(data / "murmela" / "voices" / added.toStdString());
     }
     std::filesystem::remove(data / "murmela" / "voices" / "other");
     {
@@ -536,7 +557,7 @@ TEST_F(SpeechTest, AChosenVoiceSpeaksIsRememberedAndIsReplacedByTheBundledOneWhe
         EXPECT_EQ(speech.voiceId(), "murmela");
         EXPECT_EQ(speech.voices().size(), 1u);
         ASSERT_TRUE(testing::loadAndWait(speech));
-        EXPECT_EQ(speech.notice(), Notice::voiceGone("other"));
+        EXPECT_EQ(speech.notice(), Notice::voiceGone(added));
     }
     saved ? ::setenv("XDG_DATA_HOME", saved->c_str(), 1) : ::unsetenv("XDG_DATA_HOME");
 }

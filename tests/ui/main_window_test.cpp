@@ -23,6 +23,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 
@@ -162,6 +163,19 @@ TEST_F(MainWindowWithTwoVoices, TheVoicePickerFollowsTheSpeedAndPicksWithTheKeyb
     // A choice made elsewhere shows here.
     speech().setVoiceId("murmela");
     EXPECT_EQ(picker->currentIndex(), 0);
+    ASSERT_TRUE(waitForPhase(Phase::ready));
+
+    // Add Voice asks for the files; what makes no voice is refused in the status line.
+    const std::filesystem::path fake = data_ / "fake.onnx";
+    std::ofstream(fake) << "not a model";
+    findNamed<QPushButton>(&app_->mainWindow(), "addVoice")->click();
+    auto* dialog = app_->mainWindow().findChild<QFileDialog*>("addVoicePanel");
+    ASSERT_NE(dialog, nullptr);
+    EXPECT_EQ(dialog->fileMode(), QFileDialog::ExistingFiles);
+    emit dialog->filesSelected({QString::fromStdString(fake.string())});
+    ASSERT_TRUE(runEventsUntil([&] { return speech().notice().has_value(); }, 20s));
+    EXPECT_TRUE(status().startsWith(text("murmela.voiceNotAdded").section('{', 0, 0)));
+    EXPECT_EQ(picker->count(), 2);
 }
 
 TEST_F(MainWindow, ShowsLoadingUntilReadyThenShortcutsAndMenuItemsReachTheModel) {
