@@ -33,7 +33,9 @@ Ort::SessionOptions sessionOptions() {
 
 Ort::Env& runtimeEnvironment() {
     static Ort::Env* environment = [] {
-        auto* made = new Ort::Env(ORT_LOGGING_LEVEL_WARNING, "murmela");
+        // Every failure reaches the caller as an exception and is reported there, worded for
+        // the user; the runtime's own log lines would only repeat it on standard error.
+        auto* made = new Ort::Env(ORT_LOGGING_LEVEL_FATAL, "murmela");
         // An offline program reports nothing about itself to anyone.
         made->DisableTelemetryEvents();
         return made;
