@@ -327,16 +327,6 @@ class Say(unittest.TestCase):
             PULSE_SERVER="unix:" + str(self.scratch / "nobody"))), 4, "cannot play")
 
 
-def spelled(samples, count, block=32):
-    """The values a stand-in's samples spell (tools/make_test_voice.py): a full-scale block,
-    then one block per value holding value / 1024, read at the middle of each block and divided
-    by the first, so any gain cancels out."""
-    start = next((i for i, sample in enumerate(samples) if abs(sample) > 16000), 0)
-    full = samples[start + block // 2]
-    return [samples[start + (index + 1) * block + block // 2] / full * 1024
-            for index in range(count) if start + (index + 2) * block <= len(samples)]
-
-
 class SayWithDownloadedVoices(unittest.TestCase):
     """Kokoro and Piper voices, through the stand-ins whose samples spell what they were given."""
 
@@ -364,7 +354,7 @@ class SayWithDownloadedVoices(unittest.TestCase):
         return [vocabulary["vocab"][symbol] for symbol in self.SYMBOLS]
 
     def assertSpells(self, samples, expected, tolerance):
-        for index, (value, wanted) in enumerate(zip(spelled(samples, len(expected)), expected)):
+        for index, (value, wanted) in enumerate(zip(speech_checks.spelled(samples, len(expected)), expected)):
             self.assertAlmostEqual(value, wanted, delta=tolerance, msg=f"value {index}")
 
     def test_piper_speaker_through_raw_output_and_the_environment(self):
@@ -434,7 +424,7 @@ class SayWithDownloadedVoices(unittest.TestCase):
                   and min(heard[i:i + 24]) > 30000]
         whole = 0
         for start in starts:
-            values = spelled(heard[start:start + (len(expected) + 2) * 32], len(expected))
+            values = speech_checks.spelled(heard[start:start + (len(expected) + 2) * 32], len(expected))
             whole += all(abs(value - wanted) < 0.5 for value, wanted in zip(values, expected))
         self.assertGreaterEqual(whole, 3, f"{len(starts)} blocks at full scale")
 
