@@ -28,6 +28,7 @@ And one of another shape:
   neural     stand-ins for downloaded Kokoro and Piper voices (see write_neural_voices): models
              with exactly the published inputs and outputs whose samples spell out what they were
              given, plus voices broken in one respect each.
+  pace       a Kokoro-shaped voice whose cost per id is set (--layers), for benchmarks.
 """
 
 import argparse
@@ -601,6 +602,70 @@ def write_npz(path, compressed):
         (np.savez_compressed if compressed else np.savez)(out, **tables)
 
 
+PACE_SAMPLES_PER_ID = 1200  # 0.05 s at 24 kHz
+PACE_WIDTH, PACE_ROWS_PER_ID = 256, 64
+
+
+def kokoro_pace_model(layers):
+    """Kokoro's interface with a set cost per id, for benchmarks: each id gives 0.05 s of a quiet
+    tone and costs PACE_ROWS_PER_ID rows through `layers` dense layers of PACE_WIDTH (one shared
+    weight, so the file stays small), whose result is added at 1e-30 so the runtime can't skip
+    it."""
+    random = np.random.RandomState(82)
+    nodes = [
+        ints("flat", [-1]), ints("column", [-1, 1]),
+        helper.make_node("Reshape", ["tokens", "column"], ["id_column"]),
+        helper.make_node("Cast", ["id_column"], ["id_float"], to=TensorProto.FLOAT),
+        const("widen", np.ones((1, PACE_WIDTH), dtype=np.float32) / 100),
+        helper.make_node("Mul", ["id_float", "widen"], ["wide"]),
+        ints("repeats", [PACE_ROWS_PER_ID, 1]),
+        helper.make_node("Tile", ["wide", "repeats"], ["rows"]),
+        const("weight", weights(random, PACE_WIDTH, PACE_WIDTH)),
+    ]
+    current = "rows"
+    for layer in range(layers):
+        nodes += [helper.make_node("MatMul", [current, "weight"], [f"mm{layer}"]),
+                  helper.make_node("Tanh", [f"mm{layer}"], [f"layer{layer}"])]
+        current = f"layer{layer}"
+    nodes += [
+        helper.make_node("ReduceMean", [current], ["work"], keepdims=0),
+        const("tiny", np.array(1e-30, dtype=np.float32)),
+        helper.make_node("Mul", ["work", "tiny"], ["trace"]),
+        helper.make_node("Shape", ["tokens"], ["token_shape"]),
+        ints("one", [1]), ints("two", [2]),
+        helper.make_node("Slice", ["token_shape", "one", "two"], ["count"]),
+        const("per_id", np.array([PACE_SAMPLES_PER_ID], dtype=np.int64)),
+        helper.make_node("Mul", ["count", "per_id"], ["length"]),
+        helper.make_node("Squeeze", ["length"], ["length_scalar"]),
+        const("zero", np.array(0, dtype=np.int64)),
+        const("step", np.array(1, dtype=np.int64)),
+        helper.make_node("Range", ["zero", "length_scalar", "step"], ["positions"]),
+        helper.make_node("Cast", ["positions"], ["positions_float"], to=TensorProto.FLOAT),
+        const("radians", np.array(2 * math.pi * 220 / 24000, dtype=np.float32)),
+        helper.make_node("Mul", ["positions_float", "radians"], ["angles"]),
+        helper.make_node("Sin", ["angles"], ["tone"]),
+        helper.make_node("Mul", ["tone", "speed"], ["paced"]),
+        const("quiet", np.array(0.1, dtype=np.float32)),
+        helper.make_node("Mul", ["paced", "quiet"], ["quiet_tone"]),
+        helper.make_node("Add", ["quiet_tone", "trace"], ["audio"]),
+    ]
+    graph = helper.make_graph(
+        nodes, "kokoro_pace",
+        [helper.make_tensor_value_info("tokens", TensorProto.INT64, [1, "N"]),
+         helper.make_tensor_value_info("style", TensorProto.FLOAT, [1, STYLE_WIDTH]),
+         helper.make_tensor_value_info("speed", TensorProto.FLOAT, [1])],
+        [helper.make_tensor_value_info("audio", TensorProto.FLOAT, ["T"])])
+    return model(graph)
+
+
+def write_pace_voice(out, layers):
+    """A Kokoro-shaped voice whose cost per id is set: the default vocabulary, an .npz pack."""
+    out.mkdir(parents=True, exist_ok=True)
+    onnx.save(kokoro_pace_model(layers), str(out / "kokoro-v1.0.onnx"))
+    write_npz(out / "voices-v1.0.bin", compressed=False)
+    (out / "voices.txt").write_text("kokoro-v1.0.onnx\nvoices-v1.0.bin\n")
+
+
 def write_neural_voices(out):
     """Under `out`: piper/ (22050 Hz, one speaker), piper-multi/ (24000 Hz, three speakers),
     piper-16k/ (a tone), kokoro/ (kokoro-v1.0.onnx, the .npz pack stored, a vocab.json of the
@@ -655,13 +720,17 @@ def main(argv):
     parser.add_argument("--out", type=pathlib.Path, required=True, help="voice directory to write")
     parser.add_argument("--espeak-data", type=pathlib.Path,
                         help="the system's espeak-ng-data directory to take the English subset from")
-    parser.add_argument("--variant", choices=["test", "broken", "benchmark", "neural"],
+    parser.add_argument("--layers", type=int, default=100,
+                        help="the pace voice's cost per id: dense layers each id's rows go through")
+    parser.add_argument("--variant", choices=["test", "broken", "benchmark", "neural", "pace"],
                         default="test",
                         help="the predictable test voice (default), it plus broken models, or "
                              "the benchmark voice")
     args = parser.parse_args(argv)
     if args.variant == "neural":
         write_neural_voices(args.out)
+    elif args.variant == "pace":
+        write_pace_voice(args.out, args.layers)
     else:
         write_voice(args.out, args.espeak_data, args.variant)
     return 0
