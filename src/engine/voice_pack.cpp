@@ -141,8 +141,9 @@ std::string ZipArchive::read(std::string_view wanted) const {
     if (found->method != deflated) {
         fail("member " + found->name + " is compressed in an unknown way");
     }
-    // A style table is half a megabyte: anything claiming far more is not one.
-    constexpr uint64_t largest = uint64_t{1} << 30;
+    // A style table is half a megabyte: a member claiming far more is not one, and is not
+    // given the memory it claims.
+    constexpr uint64_t largest = uint64_t{16} << 20;
     if (found->size > largest || data.size() > std::numeric_limits<uInt>::max()) {
         fail("member " + found->name + " is too large");
     }
