@@ -44,8 +44,6 @@ public:
     void interrupt() override { runOptions_.SetTerminate(); }
     void resume() override { runOptions_.UnsetTerminate(); }
 
-    const std::string& voiceName() const { return voice_; }
-
 private:
     std::string voice_;
     StyleTable styles_;

@@ -34,9 +34,6 @@ public:
 
     const std::vector<std::string>& inputNames() const { return inputNames_; }
     const std::vector<std::string>& outputNames() const { return outputNames_; }
-    // The element type of each input, in the order of inputNames(); a non-tensor input has
-    // ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED.
-    const std::vector<ONNXTensorElementDataType>& inputTypes() const { return inputTypes_; }
 
     // Whether the model has an input of this name and element type.
     bool hasInput(std::string_view name, ONNXTensorElementDataType type) const;
@@ -44,6 +41,8 @@ public:
 private:
     Ort::Session session_;
     std::vector<std::string> inputNames_;
+    // The element type of each input, in the order of inputNames_; a non-tensor input has
+    // ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED.
     std::vector<ONNXTensorElementDataType> inputTypes_;
     std::vector<std::string> outputNames_;
 };

@@ -61,14 +61,11 @@ public:
     void interrupt() override { runOptions_.SetTerminate(); }
     void resume() override { runOptions_.UnsetTerminate(); }
 
-    const PiperSettings& settings() const { return settings_; }
-    int64_t speaker() const { return speaker_; }
-
+private:
     // The ids of one sentence's phonemes (espeak-ng's IPA as it is), framed as chunks() frames
     // them.
     std::vector<int64_t> sentenceIds(std::u32string_view phonemes) const;
 
-private:
     std::string modelName_;
     PiperSettings settings_;
     int64_t speaker_ = 0;

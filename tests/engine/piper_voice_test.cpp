@@ -92,6 +92,11 @@ TEST(PiperVoice, EachSentenceIsEspeaksIpaInCodePointsFramedAndPaddedThenSilence)
         EXPECT_TRUE(std::all_of(spoken.samples[index].begin() + spelled,
                                 spoken.samples[index].end(), [](float s) { return s == 0.0f; }));
     }
+    // An interruption stops a downloaded voice as it stops the bundled one, until resumed.
+    voice.interrupt();
+    EXPECT_EQ(voice.speak("Hello, world! Button.", 1.0, [](SpokenChunk&&) { return true; }), 0u);
+    voice.resume();
+    EXPECT_EQ(voice.speak("Hello, world! Button.", 1.0, [](SpokenChunk&&) { return true; }), 1u);
     // The length scale is divided by the speed; the first speaker is the default.
     Voice first(VoiceChoice(testing::standIn("piper-multi")));
     const testing::SpokenChunks faster = testing::speakAll(first, "She measured.", 1.25);
