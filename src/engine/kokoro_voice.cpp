@@ -34,7 +34,7 @@ std::optional<std::filesystem::path> modelIn(const std::filesystem::path& folder
     return *std::min_element(found.begin(), found.end());
 }
 
-std::string chosenVoice(const std::filesystem::path& pack, const std::string& name) {
+std::string packVoice(const std::filesystem::path& pack, const std::string& name) {
     if (!name.empty()) {
         return name;
     }
@@ -85,7 +85,7 @@ std::optional<KokoroFiles> findKokoroFiles(const std::filesystem::path& director
 
 KokoroVoice::KokoroVoice(const std::filesystem::path& directory, const KokoroFiles& files,
                          const std::string& name)
-    : voice_(chosenVoice(files.pack, name)),
+    : voice_(packVoice(files.pack, name)),
       styles_(readStyleTable(files.pack, voice_)),
       // British voices are phonemised as British English.
       phonemizer_(

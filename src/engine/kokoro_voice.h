@@ -7,7 +7,7 @@
 #include <string>
 
 #include "engine/model_session.h"
-#include "engine/voice_kind.h"
+#include "engine/speech_model.h"
 #include "engine/voice_pack.h"
 #include "frontend/phonemizer.h"
 
@@ -27,7 +27,7 @@ std::optional<KokoroFiles> findKokoroFiles(const std::filesystem::path& director
 // Kokoro's vocabulary as its published configuration gives it.
 Vocabulary kokoroDefaultVocabulary();
 
-class KokoroVoice final : public VoiceKind {
+class KokoroVoice final : public SpeechModel {
 public:
     // Opens voice `name` (empty: af_heart when the pack has it, else the pack's first) with
     // vocab.json beside the model, or the default vocabulary when there is none. Throws

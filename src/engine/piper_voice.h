@@ -13,7 +13,7 @@
 
 #include "engine/model_session.h"
 #include "engine/resampler.h"
-#include "engine/voice_kind.h"
+#include "engine/speech_model.h"
 #include "frontend/espeak.h"
 
 namespace murmela {
@@ -41,7 +41,7 @@ PiperSettings parsePiperSettings(std::string_view json, const std::string& file)
 // VoiceError::missing("NAME.onnx.json") when the only models lack their settings.
 std::optional<std::filesystem::path> findPiperModel(const std::filesystem::path& directory);
 
-class PiperVoice final : public VoiceKind {
+class PiperVoice final : public SpeechModel {
 public:
     static constexpr double silenceSeconds = 0.2;
     // The longest run of phonemes one model run takes; a longer sentence is cut at a space.

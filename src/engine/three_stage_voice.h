@@ -5,13 +5,13 @@
 
 #include <filesystem>
 
-#include "engine/voice_kind.h"
+#include "engine/speech_model.h"
 #include "engine/voice_model.h"
 #include "frontend/phonemizer.h"
 
 namespace murmela {
 
-class ThreeStageVoice final : public VoiceKind {
+class ThreeStageVoice final : public SpeechModel {
 public:
     // Opens the voice directory: espeak-ng's data, then the vocabulary, then voice.json and the
     // three models. The first failure is passed on unchanged (VoiceError, the file system's,

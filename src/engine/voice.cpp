@@ -9,7 +9,7 @@
 
 namespace murmela {
 
-std::unique_ptr<VoiceKind> openVoiceKind(const VoiceChoice& choice) {
+std::unique_ptr<SpeechModel> openSpeechModel(const VoiceChoice& choice) {
     const std::filesystem::path& directory = choice.directory;
     if (std::optional<KokoroFiles> kokoro = findKokoroFiles(directory)) {
         return std::make_unique<KokoroVoice>(directory, *kokoro, choice.name);
@@ -23,9 +23,9 @@ std::unique_ptr<VoiceKind> openVoiceKind(const VoiceChoice& choice) {
     return std::make_unique<ThreeStageVoice>(directory);
 }
 
-Voice::Voice(const VoiceChoice& choice) : kind_(openVoiceKind(choice)) {}
+Voice::Voice(const VoiceChoice& choice) : kind_(openSpeechModel(choice)) {}
 
-Voice::Voice(std::unique_ptr<VoiceKind> kind) : kind_(std::move(kind)) {}
+Voice::Voice(std::unique_ptr<SpeechModel> kind) : kind_(std::move(kind)) {}
 
 size_t Voice::speak(std::string_view text, double speed,
                     const std::function<bool(SpokenChunk&&)>& spoken) {
@@ -63,7 +63,7 @@ void Voice::resume() {
 }
 
 std::unique_ptr<Voice> openWarmVoice(const std::optional<VoiceChoice>& choice) {
-    const VoiceChoice chosen = choice ? *choice : chosenVoice();
+    const VoiceChoice chosen = choice ? *choice : defaultVoiceChoice();
     std::error_code ignored;
     if (!std::filesystem::is_directory(chosen.directory, ignored)) {
         throw VoiceError::missing("Voice/");

@@ -18,8 +18,8 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/speech_model.h"
 #include "engine/voice_choice.h"
-#include "engine/voice_kind.h"
 
 namespace murmela {
 
@@ -36,13 +36,13 @@ struct SpokenChunk {
 // - Piper, when it holds NAME.onnx and no voice.json (the name picks the speaker);
 // - else the three-stage voice of voice.json, which has one voice and ignores the name.
 // The kind's own errors are passed on unchanged.
-std::unique_ptr<VoiceKind> openVoiceKind(const VoiceChoice& choice);
+std::unique_ptr<SpeechModel> openSpeechModel(const VoiceChoice& choice);
 
 class Voice {
 public:
-    // Opens the chosen voice (openVoiceKind).
+    // Opens the chosen voice (openSpeechModel).
     explicit Voice(const VoiceChoice& choice);
-    explicit Voice(std::unique_ptr<VoiceKind> kind);
+    explicit Voice(std::unique_ptr<SpeechModel> kind);
 
     // The samples of one chunk of `ids` at `speed` (1 is normal, larger is faster).
     SynthesisResult synthesize(std::span<const int64_t> ids, double speed) {
@@ -72,12 +72,12 @@ public:
     void resume();
 
 private:
-    std::unique_ptr<VoiceKind> kind_;
+    std::unique_ptr<SpeechModel> kind_;
     std::atomic<bool> interrupted_{false};
     std::mutex interruption_;  // so that an interruption and a resumption never interleave
 };
 
-// Opens the voice `choice` names, or, when there is none, the one chosenVoice() gives
+// Opens the voice `choice` names, or, when there is none, the one defaultVoiceChoice() gives
 // ($MURMELA_VOICE, else the bundled voice among the application's resources), and warms it
 // up: "Hi." is synthesised at speed 1.0 and thrown away, so the runtime plans its first run
 // now rather than on the listener's first word. A directory that does not exist gives

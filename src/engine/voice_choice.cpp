@@ -27,7 +27,7 @@ std::optional<VoiceChoice> voiceChoiceFromEnvironment() {
     return parseVoiceChoice(configured);
 }
 
-VoiceChoice chosenVoice() {
+VoiceChoice defaultVoiceChoice() {
     if (std::optional<VoiceChoice> configured = voiceChoiceFromEnvironment()) {
         return *configured;
     }

@@ -29,6 +29,6 @@ std::optional<VoiceChoice> voiceChoiceFromEnvironment();
 
 // The voice every program speaks with unless told otherwise: $MURMELA_VOICE's choice, else the
 // bundled voice among the resources (VoiceError::missing("Voice/") when there is none).
-VoiceChoice chosenVoice();
+VoiceChoice defaultVoiceChoice();
 
 }  // namespace murmela

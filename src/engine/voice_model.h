@@ -10,9 +10,9 @@
 
 #include "engine/istft.h"
 #include "engine/model_session.h"
+#include "engine/speech_model.h"
 #include "engine/tensor_layout.h"
 #include "engine/voice_files.h"
-#include "engine/voice_kind.h"
 
 namespace murmela {
 

@@ -28,18 +28,18 @@ TEST(VoiceChoice, TheNameFollowsTheLastColonUnlessThatWouldBreakADirectory) {
 TEST(VoiceChoice, TheEnvironmentChoosesWhenSetAndTheBundledVoiceOtherwise) {
     ::setenv("MURMELA_VOICE", "/voices/piper:alice", 1);
     EXPECT_EQ(voiceChoiceFromEnvironment(), VoiceChoice("/voices/piper", "alice"));
-    EXPECT_EQ(chosenVoice(), VoiceChoice("/voices/piper", "alice"));
+    EXPECT_EQ(defaultVoiceChoice(), VoiceChoice("/voices/piper", "alice"));
     ::setenv("MURMELA_VOICE", "", 1);
     EXPECT_EQ(voiceChoiceFromEnvironment(), std::nullopt);
     ::unsetenv("MURMELA_VOICE");
     EXPECT_EQ(voiceChoiceFromEnvironment(), std::nullopt);
     ::setenv("MURMELA_RESOURCES", "/opt/resources", 1);
     EXPECT_EQ(voiceChoiceFromEnvironment(), std::nullopt);
-    EXPECT_THROW(chosenVoice(), std::runtime_error);  // no /opt/resources/Voice here
+    EXPECT_THROW(defaultVoiceChoice(), std::runtime_error);  // no /opt/resources/Voice here
     testing::TemporaryDirectory resources;
     std::filesystem::create_directory(resources / "Voice");
     ::setenv("MURMELA_RESOURCES", resources.path().c_str(), 1);
-    EXPECT_EQ(chosenVoice(), VoiceChoice(resources / "Voice"));
+    EXPECT_EQ(defaultVoiceChoice(), VoiceChoice(resources / "Voice"));
     ::unsetenv("MURMELA_RESOURCES");
 }
 

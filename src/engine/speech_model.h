@@ -1,6 +1,6 @@
 #pragma once
-// What a kind of voice supplies to the one speaking path: how a text becomes chunks of ids, and
-// how the ids of one chunk become samples at 24 kHz.
+// The speech model of a kind of voice: what it supplies to the one speaking path, how a text
+// becomes chunks of ids and how the ids of one chunk become samples at 24 kHz.
 //
 // A kind is used by one speaking thread at a time; interrupt() is the one member that another
 // thread may call meanwhile.
@@ -22,9 +22,9 @@ struct SynthesisResult {
     std::vector<float> samples;
 };
 
-class VoiceKind {
+class SpeechModel {
 public:
-    virtual ~VoiceKind() = default;
+    virtual ~SpeechModel() = default;
 
     // The id chunks of `text` in reading order, each handed to `each` as soon as it is made;
     // stops when `each` returns false.
