@@ -20,7 +20,7 @@ const char* const text =
     "sugar, so I went to the market.";
 
 void renderTenSeconds(benchmark::State& state) {
-    Voice voice(MURMELA_VOICE_DIR);  // warmed up as the program is at load
+    Voice voice(VoiceChoice(MURMELA_VOICE_DIR));  // warmed up as the program is at load
     const auto render = [&] {
         size_t samples = 0;
         voice.speak(text, 1.0, [&](SpokenChunk&& chunk) {

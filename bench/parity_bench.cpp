@@ -18,8 +18,9 @@
 #include <vector>
 
 #include "app/parity.h"
+#include "engine/durations.h"
 #include "engine/istft.h"
-#include "engine/model_io.h"
+#include "engine/three_stage_voice.h"
 #include "engine/voice.h"
 #include "engine/voice_model.h"
 #include "prose.h"
@@ -115,14 +116,18 @@ BENCHMARK(parityRun)->Arg(0)->Arg(1)->Iterations(1)->Unit(benchmark::kSecond)->U
 // The same lines, each phase timed on its own: what a line's render time is made of.
 void renderPhases(benchmark::State& state) {
     const std::vector<std::string> texts = sentences();
-    Voice voice(voiceDirectory(state.range(0)));
+    ThreeStageVoice voice(voiceDirectory(state.range(0)));
     const ISTFT istft(1024, 300);
     double phonemeMs = 0, modelMs = 0, istftMs = 0;
     for (auto _ : state) {
         phonemeMs = modelMs = istftMs = 0;
         for (const std::string& text : texts) {
             Clock::time_point start = Clock::now();
-            const std::vector<std::vector<int64_t>> chunks = voice.phonemizer().chunks(text);
+            std::vector<std::vector<int64_t>> chunks;
+            voice.phonemizer().chunks(text, [&chunks](std::vector<int64_t> chunk) {
+                chunks.push_back(std::move(chunk));
+                return true;
+            });
             phonemeMs += millisecondsSince(start);
             for (const std::vector<int64_t>& chunk : chunks) {
                 std::vector<int64_t> tokens = {0};

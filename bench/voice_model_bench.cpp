@@ -14,8 +14,10 @@
 #include <vector>
 
 #include "common/voice_format.h"
+#include "engine/durations.h"
 #include "engine/istft.h"
-#include "engine/model_io.h"
+#include "engine/model_session.h"
+#include "engine/tensor_layout.h"
 #include "engine/voice_files.h"
 #include "engine/voice_model.h"
 

@@ -2,6 +2,8 @@
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(ESPEAK_NG REQUIRED IMPORTED_TARGET espeak-ng)
 pkg_check_modules(FFTW3F REQUIRED IMPORTED_TARGET fftw3f)
+pkg_check_modules(SOXR REQUIRED IMPORTED_TARGET soxr)
+find_package(ZLIB REQUIRED)
 pkg_check_modules(SYSTEMD IMPORTED_TARGET libsystemd)
 find_package(ICU REQUIRED COMPONENTS uc)
 find_package(nlohmann_json 3 REQUIRED CONFIG)

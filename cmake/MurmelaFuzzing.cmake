@@ -32,7 +32,8 @@ set(murmela_fuzz_flags
     -DMURMELA_TEST_VOICE_DIR="${MURMELA_TEST_VOICE}")
 set(murmela_fuzz_libraries -Wl,--as-needed
     ${ESPEAK_NG_LINK_LIBRARIES} ${ICU_UC_LIBRARIES} ${SYSTEMD_LINK_LIBRARIES}
-    ${FFTW3F_LINK_LIBRARIES} $<TARGET_FILE:onnxruntime::onnxruntime> $<TARGET_FILE:Qt6::Core>
+    ${FFTW3F_LINK_LIBRARIES} ${SOXR_LINK_LIBRARIES} ${ZLIB_LIBRARIES}
+    $<TARGET_FILE:onnxruntime::onnxruntime> $<TARGET_FILE:Qt6::Core>
     -Wl,-rpath,$<TARGET_FILE_DIR:onnxruntime::onnxruntime>)
 
 # murmela_fuzzer(<name> [LIBRARIES ...] [SOURCES ...]): bin/<name>, a fuzzer made of the C++

@@ -4,23 +4,30 @@ find_path(MURMELA_ESPEAK_DATA phondata-manifest
     PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/espeak-ng-data /usr/share/espeak-ng-data
     NO_DEFAULT_PATH REQUIRED)
 
-# murmela_test_voice(<target> <directory> [VARIANT test|broken|benchmark]): a voice written to
-# <directory> by the tools script; the predictable test voice unless another variant is named.
+# murmela_test_voice(<target> <directory> [VARIANT test|broken|benchmark|neural|pace]): a voice
+# written to <directory> by the tools script; the predictable test voice unless another variant
+# is named. The neural variant is a directory of Kokoro and Piper stand-ins, one per folder; the
+# pace variant a Kokoro-shaped voice of a set cost per id.
 function(murmela_test_voice target directory)
     cmake_parse_arguments(ARG "" "VARIANT" "" ${ARGN})
     if(NOT ARG_VARIANT)
         set(ARG_VARIANT test)
     endif()
     set(script ${PROJECT_SOURCE_DIR}/tools/make_test_voice.py)
+    # The file the script writes last.
+    set(stamp ${directory}/voice.json)
+    if(ARG_VARIANT STREQUAL "neural" OR ARG_VARIANT STREQUAL "pace")
+        set(stamp ${directory}/voices.txt)
+    endif()
     add_custom_command(
-        OUTPUT ${directory}/voice.json
+        OUTPUT ${stamp}
         COMMAND ${CMAKE_COMMAND} -E rm -rf ${directory}
         COMMAND ${MURMELA_PYTHON} ${script} --out ${directory} --espeak-data ${MURMELA_ESPEAK_DATA}
             --variant ${ARG_VARIANT}
         DEPENDS ${script}
         COMMENT "Generating the ${ARG_VARIANT} voice in ${directory}"
         VERBATIM)
-    add_custom_target(${target} ALL DEPENDS ${directory}/voice.json)
+    add_custom_target(${target} ALL DEPENDS ${stamp})
 endfunction()
 
 # The voice built from the flite teacher (tools/voice). Training takes minutes, so its tables

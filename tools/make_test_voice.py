@@ -22,6 +22,13 @@ Two more variants share that interface (--variant):
   benchmark  models with realistic compute (dense and convolution layers whose results feed
              every output, so the runtime can't skip them), for timing the code around them.
              Durations stay predictable: logd = log(1 + ids % 4) + at most 0.001.
+
+And one of another shape:
+
+  neural     stand-ins for downloaded Kokoro and Piper voices (see write_neural_voices): models
+             with exactly the published inputs and outputs whose samples spell out what they were
+             given, plus voices broken in one respect each.
+  pace       a Kokoro-shaped voice whose cost per id is set (--layers), for benchmarks.
 """
 
 import argparse
@@ -412,16 +419,320 @@ def write_voice(out, espeak_data, variant="test"):
     (out / "voice.json").write_text(json.dumps(voice_description(variant), indent=2) + "\n")
 
 
+# Stand-ins for Kokoro and Piper voices. Their samples spell out what the model was given: a
+# block of BLOCK samples at full scale (1.0), then one block per value, each sample value / SPELL.
+# A reader divides by the first block, so any gain applied later cancels out.
+BLOCK = 32
+SPELL = 1024.0
+PIPER_SYMBOLS = ["_", "^", "$", " ", "!", "'", "(", ")", ",", "-", ".", ":", ";", "?"] + list(
+    "abcdefhijklmnopqrstuvwxyz") + ["\u00e6", "\u00e7", "\u00f0", "\u00f8", "\u014b", "\u0251",
+                                     "\u0252", "\u0254", "\u0259", "\u025a", "\u025b", "\u025c",
+                                     "\u0261", "\u026a", "\u027e", "\u0279", "\u0283", "\u028a",
+                                     "\u028c", "\u0292", "\u02c8", "\u02cc", "\u02d0",
+                                     "\u0329", "\u03b8", "\u1d7b"]
+KOKORO_VOICES = ["af_heart", "am_michael", "bf_emma"]
+STYLE_ROWS, STYLE_WIDTH = 510, 256
+
+
+def piper_phoneme_ids():
+    """Symbol -> ids. One symbol maps to two ids, so a test sees lists are followed; the glottal
+    stop is left out, so a test sees a symbol the map lacks dropped."""
+    ids = {symbol: [index] for index, symbol in enumerate(PIPER_SYMBOLS)}
+    ids["\u0283"] = [200, 201]  # ʃ
+    return ids
+
+
+def spelling_nodes(values):
+    """Nodes from the float vector `values` to `spelled`: [1.0] * BLOCK, then BLOCK copies of
+    each value / SPELL."""
+    return [
+        const("spell", np.array(SPELL, dtype=np.float32)),
+        const("block_ones", np.ones((1, BLOCK), dtype=np.float32)),
+        const("header", np.ones((BLOCK,), dtype=np.float32)),
+        ints("column", [-1, 1]), ints("flat", [-1]),
+        helper.make_node("Div", [values, "spell"], ["spelled_values"]),
+        helper.make_node("Reshape", ["spelled_values", "column"], ["value_column"]),
+        helper.make_node("Mul", ["value_column", "block_ones"], ["value_blocks"]),
+        helper.make_node("Reshape", ["value_blocks", "flat"], ["body"]),
+        helper.make_node("Concat", ["header", "body"], ["spelled"], axis=0),
+    ]
+
+
+def piper_model(speakers, broken=None):
+    """Piper's interface: input [1, N] int64, input_lengths [1] int64, scales [3] float and, with
+    several speakers, sid [1] int64; output [1, 1, T]. It spells the ids, the length, the three
+    scales and the speaker (0 without sid)."""
+    nodes = [
+        ints("flat_ids", [-1]),
+        helper.make_node("Reshape", ["input", "flat_ids"], ["ids_flat"]),
+        helper.make_node("Cast", ["ids_flat"], ["ids_float"], to=TensorProto.FLOAT),
+        helper.make_node("Cast", ["input_lengths"], ["length_float"], to=TensorProto.FLOAT),
+        const("scale_spell", np.array(SPELL, dtype=np.float32)),
+        helper.make_node("Mul", ["scales", "scale_spell"], ["scales_spelled"]),
+    ]
+    inputs = [helper.make_tensor_value_info("input", TensorProto.INT64, [1, "N"]),
+              helper.make_tensor_value_info("input_lengths", TensorProto.INT64, [1]),
+              helper.make_tensor_value_info("scales", TensorProto.FLOAT, [3])]
+    if speakers > 1:
+        inputs.append(helper.make_tensor_value_info("sid", TensorProto.INT64, [1]))
+        nodes.append(helper.make_node("Cast", ["sid"], ["speaker_float"], to=TensorProto.FLOAT))
+    else:
+        nodes.append(const("speaker_float", np.zeros((1,), dtype=np.float32)))
+    nodes.append(helper.make_node("Concat", ["ids_float", "length_float", "scales_spelled",
+                                             "speaker_float"], ["values"], axis=0))
+    nodes += spelling_nodes("values")
+    shape = [1, 1, -1] if broken != "shape" else [1, -1]
+    nodes += [ints("out_shape", shape),
+              helper.make_node("Reshape", ["spelled", "out_shape"], ["output"])]
+    output_shape = [1, 1, "T"] if broken != "shape" else [1, "T"]
+    if broken == "names":
+        inputs[0] = helper.make_tensor_value_info("input", TensorProto.INT32, [1, "N"])
+        nodes[1:3] = [helper.make_node("Reshape", ["input", "flat_ids"], ["ids_flat"]),
+                      helper.make_node("Cast", ["ids_flat"], ["ids_float"], to=TensorProto.FLOAT)]
+    graph = helper.make_graph(nodes, "piper", inputs,
+                              [helper.make_tensor_value_info("output", TensorProto.FLOAT,
+                                                             output_shape)])
+    return model(graph)
+
+
+def piper_tone_model():
+    """A Piper interface whose output is a 1000 Hz tone at 16 kHz, 160 samples per id."""
+    nodes = [
+        helper.make_node("Shape", ["input"], ["input_shape"]),
+        ints("one", [1]), ints("two", [2]),
+        helper.make_node("Slice", ["input_shape", "one", "two"], ["count"]),
+        const("per_id", np.array([160], dtype=np.int64)),
+        helper.make_node("Mul", ["count", "per_id"], ["length"]),
+        helper.make_node("Squeeze", ["length"], ["length_scalar"]),
+        const("zero", np.array(0, dtype=np.int64)),
+        const("step", np.array(1, dtype=np.int64)),
+        helper.make_node("Range", ["zero", "length_scalar", "step"], ["positions"]),
+        helper.make_node("Cast", ["positions"], ["positions_float"], to=TensorProto.FLOAT),
+        const("radians", np.array(2 * math.pi * 1000 / 16000, dtype=np.float32)),
+        helper.make_node("Mul", ["positions_float", "radians"], ["angles"]),
+        helper.make_node("Sin", ["angles"], ["tone"]),
+        const("half", np.array(0.5, dtype=np.float32)),
+        helper.make_node("Mul", ["tone", "half"], ["quiet"]),
+        ints("out_shape", [1, 1, -1]),
+        helper.make_node("Reshape", ["quiet", "out_shape"], ["output"]),
+    ]
+    inputs = [helper.make_tensor_value_info("input", TensorProto.INT64, [1, "N"]),
+              helper.make_tensor_value_info("input_lengths", TensorProto.INT64, [1]),
+              helper.make_tensor_value_info("scales", TensorProto.FLOAT, [3])]
+    graph = helper.make_graph(nodes, "piper_tone", inputs,
+                              [helper.make_tensor_value_info("output", TensorProto.FLOAT,
+                                                             [1, 1, "T"])])
+    return model(graph)
+
+
+def piper_settings(sample_rate, speakers, phoneme_ids=None):
+    settings = {
+        "audio": {"sample_rate": sample_rate, "quality": "test"},
+        "espeak": {"voice": "en-us"},
+        "inference": {"noise_scale": 0.667, "length_scale": 1.0, "noise_w": 0.8},
+        "phoneme_type": "espeak",
+        "phoneme_id_map": phoneme_ids if phoneme_ids is not None else piper_phoneme_ids(),
+        "num_speakers": speakers,
+        "speaker_id_map": {},
+    }
+    if speakers > 1:
+        settings["speaker_id_map"] = {"alice": 0, "bob": 1, "carol": 2}
+    return settings
+
+
+def write_piper(directory, stem, built, settings):
+    directory.mkdir(parents=True, exist_ok=True)
+    onnx.save(built, str(directory / (stem + ".onnx")))
+    if settings is not None:
+        (directory / (stem + ".onnx.json")).write_text(
+            json.dumps(settings, ensure_ascii=False, indent=1) + "\n", encoding="utf-8")
+
+
+def kokoro_model(ids_name, output_name, output_rank, failing=False):
+    """Kokoro's interface: ids [1, n + 2] int64, style [1, 256] float, speed [1] float. It spells
+    the ids, style[0][0] and style[0][1] (times SPELL) and the speed (times SPELL). A failing
+    one looks the id count up in a table of 8, which the runtime refuses for more than 7 ids
+    (after the warm-up's few)."""
+    nodes = [
+        ints("flat_ids", [-1]),
+        helper.make_node("Reshape", [ids_name, "flat_ids"], ["ids_flat"]),
+        helper.make_node("Cast", ["ids_flat"], ["ids_float"], to=TensorProto.FLOAT),
+        ints("start0", [0]), ints("end2", [2]), ints("axis1", [1]),
+        helper.make_node("Slice", ["style", "start0", "end2", "axis1"], ["style_two"]),
+        helper.make_node("Reshape", ["style_two", "flat_ids"], ["style_flat"]),
+        const("style_spell", np.array(SPELL, dtype=np.float32)),
+        helper.make_node("Mul", ["style_flat", "style_spell"], ["style_spelled"]),
+        helper.make_node("Mul", ["speed", "style_spell"], ["speed_spelled"]),
+        helper.make_node("Concat", ["ids_float", "style_spelled", "speed_spelled"], ["values"],
+                         axis=0),
+    ]
+    if failing:
+        nodes += [const("small_table", np.zeros((8,), dtype=np.float32)),
+                  helper.make_node("Shape", ["ids_flat"], ["id_count"]),
+                  helper.make_node("Gather", ["small_table", "id_count"], ["looked_up"], axis=0),
+                  helper.make_node("ReduceSum", ["looked_up"], ["looked_sum"], keepdims=1),
+                  helper.make_node("Concat", ["values", "looked_sum"], ["all_values"], axis=0)]
+        nodes += spelling_nodes("all_values")
+    else:
+        nodes += spelling_nodes("values")
+    out_shape = [-1] if output_rank == 1 else [1, -1]
+    nodes += [ints("out_shape", out_shape),
+              helper.make_node("Reshape", ["spelled", "out_shape"], [output_name])]
+    graph = helper.make_graph(
+        nodes, "kokoro",
+        [helper.make_tensor_value_info(ids_name, TensorProto.INT64, [1, "N"]),
+         helper.make_tensor_value_info("style", TensorProto.FLOAT, [1, STYLE_WIDTH]),
+         helper.make_tensor_value_info("speed", TensorProto.FLOAT, [1])],
+        [helper.make_tensor_value_info(output_name, TensorProto.FLOAT,
+                                       ["T"] if output_rank == 1 else [1, "T"])])
+    return model(graph)
+
+
+def style_table(voice_number):
+    """Row r: r, then the voice's number (1 for the first voice), then 0.5 everywhere else."""
+    table = np.full((STYLE_ROWS, 1, STYLE_WIDTH), 0.5, dtype=np.float32)
+    table[:, 0, 0] = np.arange(STYLE_ROWS, dtype=np.float32) / SPELL
+    table[:, 0, 1] = voice_number / SPELL
+    return table
+
+
+def write_npz(path, compressed):
+    tables = {name: style_table(number + 1) for number, name in enumerate(KOKORO_VOICES)}
+    with open(path, "wb") as out:
+        (np.savez_compressed if compressed else np.savez)(out, **tables)
+
+
+PACE_SAMPLES_PER_ID = 1200  # 0.05 s at 24 kHz
+PACE_WIDTH, PACE_ROWS_PER_ID = 256, 64
+
+
+def kokoro_pace_model(layers):
+    """Kokoro's interface with a set cost per id, for benchmarks: each id gives 0.05 s of a quiet
+    tone and costs PACE_ROWS_PER_ID rows through `layers` dense layers of PACE_WIDTH (one shared
+    weight, so the file stays small), whose result is added at 1e-30 so the runtime can't skip
+    it."""
+    random = np.random.RandomState(82)
+    nodes = [
+        ints("flat", [-1]), ints("column", [-1, 1]),
+        helper.make_node("Reshape", ["tokens", "column"], ["id_column"]),
+        helper.make_node("Cast", ["id_column"], ["id_float"], to=TensorProto.FLOAT),
+        const("widen", np.ones((1, PACE_WIDTH), dtype=np.float32) / 100),
+        helper.make_node("Mul", ["id_float", "widen"], ["wide"]),
+        ints("repeats", [PACE_ROWS_PER_ID, 1]),
+        helper.make_node("Tile", ["wide", "repeats"], ["rows"]),
+        const("weight", weights(random, PACE_WIDTH, PACE_WIDTH)),
+    ]
+    current = "rows"
+    for layer in range(layers):
+        nodes += [helper.make_node("MatMul", [current, "weight"], [f"mm{layer}"]),
+                  helper.make_node("Tanh", [f"mm{layer}"], [f"layer{layer}"])]
+        current = f"layer{layer}"
+    nodes += [
+        helper.make_node("ReduceMean", [current], ["work"], keepdims=0),
+        const("tiny", np.array(1e-30, dtype=np.float32)),
+        helper.make_node("Mul", ["work", "tiny"], ["trace"]),
+        helper.make_node("Shape", ["tokens"], ["token_shape"]),
+        ints("one", [1]), ints("two", [2]),
+        helper.make_node("Slice", ["token_shape", "one", "two"], ["count"]),
+        const("per_id", np.array([PACE_SAMPLES_PER_ID], dtype=np.int64)),
+        helper.make_node("Mul", ["count", "per_id"], ["length"]),
+        helper.make_node("Squeeze", ["length"], ["length_scalar"]),
+        const("zero", np.array(0, dtype=np.int64)),
+        const("step", np.array(1, dtype=np.int64)),
+        helper.make_node("Range", ["zero", "length_scalar", "step"], ["positions"]),
+        helper.make_node("Cast", ["positions"], ["positions_float"], to=TensorProto.FLOAT),
+        const("radians", np.array(2 * math.pi * 220 / 24000, dtype=np.float32)),
+        helper.make_node("Mul", ["positions_float", "radians"], ["angles"]),
+        helper.make_node("Sin", ["angles"], ["tone"]),
+        helper.make_node("Mul", ["tone", "speed"], ["paced"]),
+        const("quiet", np.array(0.1, dtype=np.float32)),
+        helper.make_node("Mul", ["paced", "quiet"], ["quiet_tone"]),
+        helper.make_node("Add", ["quiet_tone", "trace"], ["audio"]),
+    ]
+    graph = helper.make_graph(
+        nodes, "kokoro_pace",
+        [helper.make_tensor_value_info("tokens", TensorProto.INT64, [1, "N"]),
+         helper.make_tensor_value_info("style", TensorProto.FLOAT, [1, STYLE_WIDTH]),
+         helper.make_tensor_value_info("speed", TensorProto.FLOAT, [1])],
+        [helper.make_tensor_value_info("audio", TensorProto.FLOAT, ["T"])])
+    return model(graph)
+
+
+def write_pace_voice(out, layers):
+    """A Kokoro-shaped voice whose cost per id is set: the default vocabulary, an .npz pack."""
+    out.mkdir(parents=True, exist_ok=True)
+    onnx.save(kokoro_pace_model(layers), str(out / "kokoro-v1.0.onnx"))
+    write_npz(out / "voices-v1.0.bin", compressed=False)
+    (out / "voices.txt").write_text("kokoro-v1.0.onnx\nvoices-v1.0.bin\n")
+
+
+def write_neural_voices(out):
+    """Under `out`: piper/ (22050 Hz, one speaker), piper-multi/ (24000 Hz, three speakers),
+    piper-16k/ (a tone), kokoro/ (kokoro-v1.0.onnx, the .npz pack stored, a vocab.json of the
+    test voice's symbols), kokoro-folder/ (onnx/model.onnx with input_ids, a voices/ folder, the
+    default vocabulary), and bad/ with one broken voice per directory."""
+    write_piper(out / "piper", "en_US-test-medium", piper_model(1), piper_settings(22050, 1))
+    write_piper(out / "piper-multi", "en_US-multi-medium", piper_model(3),
+                piper_settings(24000, 3))
+    write_piper(out / "piper-16k", "en_US-tone-low", piper_tone_model(), piper_settings(16000, 1))
+
+    kokoro = out / "kokoro"
+    kokoro.mkdir(parents=True, exist_ok=True)
+    onnx.save(kokoro_model("tokens", "audio", 1), str(kokoro / "kokoro-v1.0.onnx"))
+    write_npz(kokoro / "voices-v1.0.bin", compressed=False)
+    (kokoro / "vocab.json").write_text(
+        json.dumps({"vocab": vocabulary()}, ensure_ascii=False, indent=1) + "\n", encoding="utf-8")
+
+    folder = out / "kokoro-folder"
+    (folder / "onnx").mkdir(parents=True, exist_ok=True)
+    (folder / "voices").mkdir(parents=True, exist_ok=True)
+    onnx.save(kokoro_model("input_ids", "waveform", 2), str(folder / "onnx" / "model.onnx"))
+    for number, name in enumerate(KOKORO_VOICES):
+        style_table(number + 1).astype("<f4").tofile(folder / "voices" / (name + ".bin"))
+
+    bad = out / "bad"
+    write_piper(bad / "piper-no-settings", "en_US-lost-medium", piper_model(1), None)
+    write_piper(bad / "piper-wrong-inputs", "en_US-int32-medium", piper_model(1, "names"),
+                piper_settings(22050, 1))
+    write_piper(bad / "piper-map-of-numbers", "en_US-numbers-medium", piper_model(1),
+                piper_settings(22050, 1, {"_": 0, "^": 1, "$": 2, "a": 3}))
+    write_piper(bad / "piper-rate-zero", "en_US-silent-medium", piper_model(1),
+                piper_settings(0, 1))
+    write_piper(bad / "piper-wrong-shape", "en_US-flat-medium", piper_model(1, "shape"),
+                piper_settings(24000, 1))
+    truncated = bad / "kokoro-truncated"
+    truncated.mkdir(parents=True, exist_ok=True)
+    onnx.save(kokoro_model("tokens", "audio", 1), str(truncated / "kokoro-v1.0.onnx"))
+    write_npz(truncated / "voices-v1.0.bin", compressed=True)
+    whole = (truncated / "voices-v1.0.bin").read_bytes()
+    (truncated / "voices-v1.0.bin").write_bytes(whole[: len(whole) // 2])
+    failing = bad / "kokoro-failing"
+    failing.mkdir(parents=True, exist_ok=True)
+    onnx.save(kokoro_model("tokens", "audio", 1, failing=True), str(failing / "kokoro-v1.0.onnx"))
+    write_npz(failing / "voices-v1.0.bin", compressed=True)
+    # The stamp the build waits for.
+    (out / "voices.txt").write_text("\n".join(sorted(
+        str(path.relative_to(out)) for path in out.rglob("*") if path.is_file())) + "\n")
+
+
 def main(argv):
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--out", type=pathlib.Path, required=True, help="voice directory to write")
     parser.add_argument("--espeak-data", type=pathlib.Path,
                         help="the system's espeak-ng-data directory to take the English subset from")
-    parser.add_argument("--variant", choices=["test", "broken", "benchmark"], default="test",
+    parser.add_argument("--layers", type=int, default=100,
+                        help="the pace voice's cost per id: dense layers each id's rows go through")
+    parser.add_argument("--variant", choices=["test", "broken", "benchmark", "neural", "pace"],
+                        default="test",
                         help="the predictable test voice (default), it plus broken models, or "
                              "the benchmark voice")
     args = parser.parse_args(argv)
-    write_voice(args.out, args.espeak_data, args.variant)
+    if args.variant == "neural":
+        write_neural_voices(args.out)
+    elif args.variant == "pace":
+        write_pace_voice(args.out, args.layers)
+    else:
+        write_voice(args.out, args.espeak_data, args.variant)
     return 0
 
 

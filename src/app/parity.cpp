@@ -234,9 +234,9 @@ int runParity(const SettingsStore& settings) {
     try {
         // A voice directory that is not there at all gets a plainer message than the first
         // file that opening it would miss.
-        const VoiceFiles files = VoiceFiles::bundled();
+        const VoiceChoice choice = defaultVoiceChoice();
         const Clock::time_point before = Clock::now();
-        Voice voice(files.directory());
+        Voice voice(choice);
         const int64_t loadMs = truncatedMilliseconds(millisecondsBetween(before, Clock::now()));
 
         const json info = {

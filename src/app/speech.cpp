@@ -8,7 +8,7 @@
 #include "app/settings.h"
 #include "frontend/normalise.h"
 #include "logging/log.h"
-#include "voices/voice_choice.h"
+#include "voices/installed_voice.h"
 #include "voices/voices_command.h"
 
 namespace murmela {

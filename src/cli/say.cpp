@@ -54,9 +54,9 @@ TextSource sentencesOf(InputSentences& input) {
     };
 }
 
-std::shared_ptr<Voice> openVoice() {
+std::shared_ptr<Voice> openVoice(const SayOptions& options) {
     try {
-        return openWarmVoice(std::nullopt);
+        return openWarmVoice(options.voice);
     } catch (...) {
         throw SayFailure{sayVoiceMissing, errorDescription(std::current_exception())};
     }
@@ -86,7 +86,7 @@ void writeWavFile(const SayOptions& options, const TextSource& nextText) {
     try {
         // The destination is tried before the voice is opened, so a bad path fails at once.
         openWavFile(file, options.wavFile, false);
-        const std::shared_ptr<Voice> voice = openVoice();
+        const std::shared_ptr<Voice> voice = openVoice(options);
         const CancelFlag never;
         while (const std::optional<std::string> text = nextText()) {
             samples += speakOrFail(
@@ -110,7 +110,7 @@ void writeRawSamples(const SayOptions& options, const TextSource& nextText) {
     }
     // A reader that goes away is a write error to report, not a signal that ends the program.
     std::signal(SIGPIPE, SIG_IGN);
-    const std::shared_ptr<Voice> voice = openVoice();
+    const std::shared_ptr<Voice> voice = openVoice(options);
     int64_t samples = 0;
     try {
         while (const std::optional<std::string> text = nextText()) {
@@ -165,7 +165,7 @@ std::optional<SayFailure> feedSentences(Narrator& narrator, InputSentences& inpu
 
 // Plays the words given, or the sentences of `input` as they arrive.
 void playOnDevice(int& argc, char** argv, const SayOptions& options, InputSentences* input) {
-    const std::shared_ptr<Voice> voice = openVoice();
+    const std::shared_ptr<Voice> voice = openVoice(options);
     qInstallMessageHandler(onlyQtsSeriousMessages);
     QCoreApplication application(argc, argv);
     Narrator narrator([voice] { return voice; });

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/voice_choice.h"
+
 namespace murmela {
 
 struct SayOptions {
@@ -14,8 +16,9 @@ struct SayOptions {
 
     double speed = 1.0;
     Destination destination = Destination::device;
-    std::filesystem::path wavFile;    // for Destination::wavFile
-    std::optional<std::string> text;  // the words given, joined by spaces; none: standard input
+    std::filesystem::path wavFile;     // for Destination::wavFile
+    std::optional<std::string> text;   // the words given, joined by spaces; none: standard input
+    std::optional<VoiceChoice> voice;  // --voice DIR[:NAME]; none: the usual voice
     bool help = false;
     bool version = false;
 };
@@ -28,7 +31,8 @@ public:
 
 // Reads the arguments after "say". Options may come before, between and after the words; "--"
 // makes everything after it words. Throws UsageError for an unknown option, an option without
-// its value, a speed that is not a number from 0.75 to 1.5, and --output together with --raw.
+// its value, a speed that is not a number from 0.75 to 1.5, --output together with --raw, and an
+// empty --voice.
 SayOptions parseSayOptions(const std::vector<std::string>& arguments);
 
 // The text of --help.

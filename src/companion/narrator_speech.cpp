@@ -1,6 +1,6 @@
 #include "companion/narrator_speech.h"
 
-#include "voices/voice_choice.h"
+#include "voices/installed_voice.h"
 
 namespace murmela::companion {
 

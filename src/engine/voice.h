@@ -1,9 +1,9 @@
 #pragma once
-// An opened voice: the engine's public face. It turns text into id chunks (through its
-// phonemizer) and each chunk into samples, splitting a chunk that needs more frames than the
-// decoder can take.
+// An opened voice: the engine's public face. Its kind, recognised from the files in its
+// directory, turns text into id chunks and each chunk into samples; speaking is the same for
+// every kind.
 //
-// Immutable after opening apart from the model's runtime sessions: one synthesis at a time, and
+// Immutable after opening apart from the models' runtime sessions: one synthesis at a time, and
 // interrupt() is the one member that another thread may call meanwhile.
 
 #include <atomic>
@@ -18,8 +18,8 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/voice_model.h"
-#include "frontend/phonemizer.h"
+#include "engine/speech_model.h"
+#include "engine/voice_choice.h"
 
 namespace murmela {
 
@@ -27,21 +27,33 @@ namespace murmela {
 struct SpokenChunk {
     size_t index = 0;          // 0 for the text's first chunk
     std::vector<int64_t> ids;  // the chunk's token ids
-    SynthesisResult result;    // its frame counts and samples
+    SynthesisResult result;    // its frame counts (when the kind has them) and samples
 };
+
+// The kind of voice in `choice`'s directory, opened:
+// - Kokoro, when it holds kokoro-v1.0*.onnx or onnx/model*.onnx (the name picks the pack's
+//   voice);
+// - Piper, when it holds NAME.onnx and no voice.json (the name picks the speaker);
+// - else the three-stage voice of voice.json, which has one voice and ignores the name.
+// The kind's own errors are passed on unchanged.
+std::unique_ptr<SpeechModel> openSpeechModel(const VoiceChoice& choice);
 
 class Voice {
 public:
-    // Opens the voice directory: espeak-ng's data, then the vocabulary, then voice.json and the
-    // three models. The first failure is passed on unchanged (VoiceError, the file system's,
-    // the JSON parser's or the runtime's own error).
-    explicit Voice(const std::filesystem::path& directory);
+    // Opens the chosen voice (openSpeechModel).
+    explicit Voice(const VoiceChoice& choice);
+    explicit Voice(std::unique_ptr<SpeechModel> kind);
 
-    // The frame counts (boundary tokens included, for every chunk finally synthesised) and the
-    // samples of `ids` at `speed` (1 is normal, larger is faster). A chunk too long for the
-    // decoder is cut in two, after the comma or space nearest its middle, and the halves are
-    // synthesised in turn and joined as they are.
-    SynthesisResult synthesize(std::span<const int64_t> ids, double speed);
+    // The samples of one chunk of `ids` at `speed` (1 is normal, larger is faster).
+    SynthesisResult synthesize(std::span<const int64_t> ids, double speed) {
+        return kind_->synthesize(ids, speed);
+    }
+
+    // The id chunks of `text`, as speak() synthesises them.
+    void chunks(std::string_view text,
+                const std::function<bool(std::vector<int64_t>)>& each) const {
+        kind_->chunks(text, each);
+    }
 
     // The one way text becomes sound: `text` cut into chunks as its sentences are phonemised,
     // each chunk synthesised at `speed` and handed to `spoken` before the next is begun, so a
@@ -59,22 +71,18 @@ public:
     // Lets speaking go ahead again; called on the speaking thread, between speeches.
     void resume();
 
-    VoiceModel& model() { return *model_; }
-    const Phonemizer& phonemizer() const { return phonemizer_; }
-
 private:
-    // Declared first because it is made first: opening goes espeak-ng, vocabulary, models.
-    Phonemizer phonemizer_;
-    std::unique_ptr<VoiceModel> model_;
+    std::unique_ptr<SpeechModel> kind_;
     std::atomic<bool> interrupted_{false};
     std::mutex interruption_;  // so that an interruption and a resumption never interleave
 };
 
-// Opens the voice in `directory`, or the one among the application's resources ("Voice/") when
-// none is given, and warms it up: "Hi." is synthesised at speed 1.0 and thrown away, so the
-// runtime plans its first run now rather than on the listener's first word. A directory that
-// does not exist gives VoiceError::missing("Voice/"); anything else is the constructor's error or
-// the warm-up's, unchanged.
-std::unique_ptr<Voice> openWarmVoice(const std::optional<std::filesystem::path>& directory);
+// Opens the voice `choice` names, or, when there is none, the one defaultVoiceChoice() gives
+// ($MURMELA_VOICE, else the bundled voice among the application's resources), and warms it
+// up: "Hi." is synthesised at speed 1.0 and thrown away, so the runtime plans its first run
+// now rather than on the listener's first word. A directory that does not exist gives
+// VoiceError::missing("Voice/"); anything else is the voice's error or the warm-up's,
+// unchanged.
+std::unique_ptr<Voice> openWarmVoice(const std::optional<VoiceChoice>& choice);
 
 }  // namespace murmela

@@ -10,7 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/model_io.h"
+#include "engine/model_session.h"
+#include "engine/tensor_layout.h"
 
 namespace murmela {
 

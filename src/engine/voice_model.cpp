@@ -5,30 +5,14 @@
 
 #include "common/voice_error.h"
 #include "common/voice_format.h"
-#include "engine/model_io.h"
+#include "engine/durations.h"
+#include "engine/tensor_layout.h"
 #include "engine/vector_math.h"
 
 namespace murmela {
 namespace {
 
 using namespace model_dimensions;
-
-Ort::MemoryInfo cpuMemory() {
-    return Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault);
-}
-
-// A tensor over `data`, which must outlive it.
-template <typename T>
-Ort::Value tensorOver(std::vector<T>& data, std::vector<int64_t> shape) {
-    return Ort::Value::CreateTensor<T>(cpuMemory(), data.data(), data.size(), shape.data(),
-                                       shape.size());
-}
-
-Ort::Value halfTensorOver(std::vector<uint16_t>& data, std::vector<int64_t> shape) {
-    return Ort::Value::CreateTensor(cpuMemory(), data.data(), data.size() * sizeof(uint16_t),
-                                    shape.data(), shape.size(),
-                                    ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16);
-}
 
 }  // namespace
 

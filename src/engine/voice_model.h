@@ -9,18 +9,12 @@
 #include <vector>
 
 #include "engine/istft.h"
-#include "engine/model_io.h"
+#include "engine/model_session.h"
+#include "engine/speech_model.h"
+#include "engine/tensor_layout.h"
 #include "engine/voice_files.h"
 
 namespace murmela {
-
-// What synthesising a chunk of token ids gives.
-struct SynthesisResult {
-    // Frames per framed token (the boundary tokens included), in order.
-    std::vector<int64_t> frameCounts;
-    // Mono samples at 24000 Hz, 300 per frame, neither clipped nor scaled.
-    std::vector<float> samples;
-};
 
 // A chunk needs more frames than the largest decoder bucket holds. Internal to the engine: the
 // voice splits such a chunk and tries the parts.

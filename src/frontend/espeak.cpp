@@ -17,15 +17,17 @@ namespace {
 // usable only when that whole string stays below 150 bytes.
 constexpr std::string_view probeSuffix = "/espeak-ng-data/phondata-manifest";
 constexpr size_t pathLimit = 150;
-constexpr const char* voiceName = "en-us";
 // IPA, with "^" (bits 8 to 23) tying the letters of one phoneme.
 constexpr int phonemeMode = espeakPHONEMES_IPA | espeakPHONEMES_TIE | ('^' << 8);
 
 // The library's process-wide state, as this program sees it.
 struct LibraryState {
     std::mutex lock;
-    // The path (as the caller gave it) for which the library was last set up successfully.
+    // The path (as the caller gave it) for which the library was last set up successfully;
+    // empty for the data installed with espeak-ng.
     std::optional<std::string> loadedPath;
+    // The espeak-ng voice the library speaks with now.
+    std::string language;
 };
 
 LibraryState& library() {
@@ -78,28 +80,74 @@ std::string Espeak::linkedPath(const std::filesystem::path& directory) {
     return link.string();
 }
 
-Espeak::Espeak(const std::filesystem::path& directory) {
+namespace {
+
+// Called with the lock held.
+bool selectLanguage(LibraryState& state, const std::string& language) {
+    if (state.language == language) {
+        return true;
+    }
+    // A voice file's name ("en-us") or, failing that, a language ("en-gb", whose voice file is
+    // plain "en").
+    espeak_VOICE wanted{};
+    wanted.languages = language.c_str();
+    if (espeak_SetVoiceByName(language.c_str()) != EE_OK &&
+        espeak_SetVoiceByProperties(&wanted) != EE_OK) {
+        state.language.clear();
+        return false;
+    }
+    state.language = language;
+    return true;
+}
+
+// Called with the lock held; `path` is empty for the installed data.
+void initialise(LibraryState& state, const std::string& path, const std::string& language) {
+    if (state.loadedPath != path) {
+        const std::string given = path.empty() ? path : Espeak::linkedPath(path);
+        if ((!path.empty() && !hasData(path)) ||
+            espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, 0, path.empty() ? nullptr : given.c_str(),
+                              espeakINITIALIZE_DONT_EXIT) < 1) {
+            throw VoiceError::damaged("espeak-ng data");
+        }
+        state.loadedPath = path;
+        state.language.clear();
+    }
+    if (!selectLanguage(state, language)) {
+        throw VoiceError::damaged("espeak-ng voice " + language);
+    }
+}
+
+}  // namespace
+
+Espeak::Espeak(const std::filesystem::path& directory, std::string language)
+    : language_(std::move(language)) {
     // Relative paths are made absolute so that a link to the directory works from anywhere.
     const std::string path = std::filesystem::absolute(directory).string();
     LibraryState& state = library();
     std::lock_guard guard(state.lock);
-    if (state.loadedPath == path) {
-        return;
+    initialise(state, path, language_);
+}
+
+Espeak::Espeak(SystemData, std::string language) : language_(std::move(language)) {
+    LibraryState& state = library();
+    std::lock_guard guard(state.lock);
+    initialise(state, std::string(), language_);
+}
+
+Espeak Espeak::preferringOwnData(const std::filesystem::path& directory, std::string language) {
+    if (hasData(directory)) {
+        return Espeak(directory, std::move(language));
     }
-    const std::string given = linkedPath(path);
-    if (!hasData(path) || espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, 0, given.c_str(),
-                                            espeakINITIALIZE_DONT_EXIT) < 1) {
-        throw VoiceError::damaged("espeak-ng data");
-    }
-    if (espeak_SetVoiceByName(voiceName) != EE_OK) {
-        throw VoiceError::damaged("espeak-ng voice en-us");
-    }
-    state.loadedPath = path;
+    return Espeak(SystemData{}, std::move(language));
 }
 
 std::u32string Espeak::phonemes(std::u32string_view text) const {
     LibraryState& state = library();
     std::lock_guard guard(state.lock);
+    // Two voices of different languages share the library: each call speaks its own.
+    if (!selectLanguage(state, language_)) {
+        return {};
+    }
     const std::string bytes = encodeUtf8(text);
     const void* cursor = bytes.c_str();
     std::u32string joined;

@@ -8,15 +8,20 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace murmela {
 
 class Espeak {
 public:
     // Makes the library ready for the voice directory (the one holding "espeak-ng-data") with
-    // the voice "en-us". Does nothing when it is already set up for this same path. Throws
-    // VoiceError, or std::filesystem::filesystem_error when the short link can't be made.
-    explicit Espeak(const std::filesystem::path& directory);
+    // the espeak-ng voice `language`. Does nothing when it is already set up for this same path.
+    // Throws VoiceError, or std::filesystem::filesystem_error when the short link can't be made.
+    explicit Espeak(const std::filesystem::path& directory, std::string language = "en-us");
+
+    // The directory's own espeak-ng data when it has some, else the data installed with
+    // espeak-ng: voices downloaded from elsewhere come without it. Throws as the constructor.
+    static Espeak preferringOwnData(const std::filesystem::path& directory, std::string language);
 
     // The IPA of `text`, clauses joined by single spaces, multi-letter phonemes tied with "^".
     // Empty when espeak-ng gives nothing. Never throws.
@@ -29,6 +34,12 @@ public:
 
     // The temporary directory that holds the link: $TMPDIR, else /tmp.
     static std::filesystem::path temporaryDirectory();
+
+private:
+    struct SystemData {};
+    Espeak(SystemData, std::string language);
+
+    std::string language_;
 };
 
 }  // namespace murmela

@@ -113,6 +113,9 @@ Phonemizer::Phonemizer(const std::filesystem::path& vocabURL, Espeak espeak)
     : vocab_(std::make_shared<const Vocabulary>(parseVocabulary(readFile(vocabURL)))),
       espeak_(espeak) {}
 
+Phonemizer::Phonemizer(Vocabulary vocabulary, Espeak espeak)
+    : vocab_(std::make_shared<const Vocabulary>(std::move(vocabulary))), espeak_(espeak) {}
+
 std::optional<int64_t> Phonemizer::id(std::u32string_view symbol) const {
     const auto found = vocab_->find(symbol);
     if (found == vocab_->end()) {
@@ -190,26 +193,29 @@ bool Phonemizer::isPassThrough(std::u32string_view piece) {
     });
 }
 
-std::vector<std::vector<int64_t>> Phonemizer::chunks(std::string_view text) const {
-    std::vector<std::vector<int64_t>> result;
-    chunks(text, appendingTo(result));
-    return result;
-}
-
 void Phonemizer::chunks(std::string_view text,
                         const std::function<bool(std::vector<int64_t>)>& each) const {
     const std::optional<int64_t> commaId = id(U",");
     const std::optional<int64_t> spaceId = id(U" ");
+    forEachSentence(espeak_, text, PhonemeStyle::modelSymbols, [&](std::u32string phonemes) {
+        return forEachChunk(ids(phonemes), commaId, spaceId, each);
+    });
+}
+
+void forEachSentence(const Espeak& espeak, std::string_view text, PhonemeStyle style,
+                     const std::function<bool(std::u32string)>& each) {
     SentenceReader reader(text);
     while (const std::optional<std::u32string> sentence = reader.next()) {
         std::u32string out;
         for (const std::u32string& piece : pieces(*sentence)) {
-            if (isPassThrough(piece)) {
+            if (Phonemizer::isPassThrough(piece)) {
                 out.append(piece);  // punctuation sticks to the word before it
                 continue;
             }
-            const std::u32string phonemes =
-                cleanPhonemes(espeak_.phonemes(blankUnspeakable(piece)));
+            const std::u32string spoken = espeak.phonemes(blankUnspeakable(piece));
+            const std::u32string phonemes = style == PhonemeStyle::modelSymbols
+                                                ? Phonemizer::cleanPhonemes(spoken)
+                                                : replacing(trimmingWhitespace(spoken), U"^", U"");
             if (phonemes.empty()) {
                 continue;
             }
@@ -218,8 +224,7 @@ void Phonemizer::chunks(std::string_view text,
             }
             out.append(phonemes);
         }
-        const std::vector<int64_t> sentenceIds = ids(trimmingWhitespace(out));
-        if (!forEachChunk(sentenceIds, commaId, spaceId, each)) {
+        if (!each(std::u32string(trimmingWhitespace(out)))) {
             return;
         }
     }

@@ -63,13 +63,12 @@ public:
     // read, the JSON parser's error (nlohmann::json::parse_error and the like) when it is not
     // JSON, and VoiceError::damaged("vocab") when it holds no table of ids.
     Phonemizer(const std::filesystem::path& vocabURL, Espeak espeak);
+    Phonemizer(Vocabulary vocabulary, Espeak espeak);
 
-    // The id chunks of a whole text, in reading order; empty when nothing in it is speakable.
-    std::vector<std::vector<int64_t>> chunks(std::string_view text) const;
-
-    // The same chunks in the same order, each handed to `each` as soon as its sentence has been
-    // phonemised, so that a caller can start on the first before the rest of a long text is
-    // read. Stops, without phonemising further, when `each` returns false.
+    // The id chunks of a whole text, in reading order (none when nothing in it is speakable),
+    // each handed to `each` as soon as its sentence has been phonemised, so that a caller can
+    // start on the first before the rest of a long text is read. Stops, without phonemising
+    // further, when `each` returns false.
     void chunks(std::string_view text, const std::function<bool(std::vector<int64_t>)>& each) const;
 
     // The id of one symbol, if the vocabulary has it.
@@ -105,6 +104,17 @@ private:
     std::shared_ptr<const Vocabulary> vocab_;
     Espeak espeak_;
 };
+
+// How a sentence's phonemes are written: brought to the model's symbols by the fix-up tables, or
+// espeak-ng's own IPA as it is (without the ties between the letters of one phoneme).
+enum class PhonemeStyle { modelSymbols, espeakIpa };
+
+// The phonemes of each sentence of `text`, in reading order: word pieces phonemised, the
+// punctuation that reaches the model kept as it is, pieces joined by single spaces, trimmed (and
+// empty when nothing in the sentence is speakable). Each is handed to `each` as soon as it is
+// made; stops when `each` returns false.
+void forEachSentence(const Espeak& espeak, std::string_view text, PhonemeStyle style,
+                     const std::function<bool(std::u32string)>& each);
 
 // `text` with every occurrence of `from` replaced by `to`, left to right, matches not
 // overlapping; unchanged when `from` is empty or longer than `text`.

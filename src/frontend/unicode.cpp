@@ -1,6 +1,8 @@
 #include "frontend/unicode.h"
 
+#include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
+#include <unicode/unistr.h>
 #include <cstdint>
 
 namespace murmela {
@@ -163,6 +165,24 @@ std::u32string_view trimmingWhitespace(std::u32string_view text) {
         --end;
     }
     return text.substr(begin, end - begin);
+}
+
+std::u32string canonicalDecomposition(std::u32string_view text) {
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::Normalizer2* nfd = icu::Normalizer2::getNFDInstance(status);
+    if (U_FAILURE(status) || nfd == nullptr) {
+        return std::u32string(text);
+    }
+    const icu::UnicodeString source = icu::UnicodeString::fromUTF32(
+        reinterpret_cast<const UChar32*>(text.data()), static_cast<int32_t>(text.size()));
+    const icu::UnicodeString decomposed = nfd->normalize(source, status);
+    if (U_FAILURE(status)) {
+        return std::u32string(text);
+    }
+    std::u32string out(static_cast<size_t>(decomposed.countChar32()), U'\0');
+    decomposed.toUTF32(reinterpret_cast<UChar32*>(out.data()), static_cast<int32_t>(out.size()),
+                       status);
+    return U_FAILURE(status) ? std::u32string(text) : out;
 }
 
 }  // namespace murmela

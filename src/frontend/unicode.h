@@ -57,6 +57,10 @@ constexpr bool isWhiteSpace(char32_t c) {
            c == 0x205F || c == 0x3000;
 }
 
+// `text` in Normalization Form D (canonically decomposed), as ICU gives it; ill-formed input
+// comes back unchanged.
+std::u32string canonicalDecomposition(std::u32string_view text);
+
 // `text` without White_Space at either end.
 std::u32string_view trimmingWhitespace(std::u32string_view text);
 

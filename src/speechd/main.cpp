@@ -12,7 +12,7 @@
 
 #include "logging/log.h"
 #include "speechd/module.h"
-#include "voices/voice_choice.h"
+#include "voices/installed_voice.h"
 #include "voices/voice_store.h"
 
 namespace {
@@ -25,9 +25,6 @@ constexpr const char* bundledName = "Murmela";
 
 // What speech-dispatcher lists: a voice's own name, or its id where two share a name.
 OfferedVoice offered(const InstalledVoice& voice, const std::vector<InstalledVoice>& voices) {
-    if (voice.place == murmela::VoicePlace::bundled) {
-        return {bundledName, "en-US", "none"};
-    }
     const bool unique = std::count_if(voices.begin(), voices.end(), [&](const auto& other) {
                             return other.details.name == voice.details.name;
                         }) == 1;
@@ -46,17 +43,15 @@ int main() {
     for (const std::string& problem : listing.problems) {
         murmela::log::error("sd_murmela", problem);
     }
-    // The bundled voice comes first and opens on INIT. Where it is missing, it is offered all
-    // the same, so that INIT fails saying so.
-    std::vector<std::optional<InstalledVoice>> voices;
-    std::vector<OfferedVoice> offers;
-    if (listing.voices.empty() || listing.voices.front().place != murmela::VoicePlace::bundled) {
-        voices.emplace_back();
-        offers.push_back({bundledName, "en-US", "none"});
-    }
+    // The default voice comes first and opens on INIT: MURMELA_VOICE's choice, else the bundled
+    // voice, offered even when it is missing so that INIT fails saying so.
+    std::vector<std::optional<InstalledVoice>> voices(1);
+    std::vector<OfferedVoice> offers{{bundledName, "en-US", "none"}};
     for (const InstalledVoice& voice : listing.voices) {
-        voices.emplace_back(voice);
-        offers.push_back(offered(voice, listing.voices));
+        if (voice.place != murmela::VoicePlace::bundled) {
+            voices.emplace_back(voice);
+            offers.push_back(offered(voice, listing.voices));
+        }
     }
     murmela::speechd::Module module(STDIN_FILENO, STDOUT_FILENO, offers, [&](size_t index) {
         const std::optional<InstalledVoice>& voice = voices.at(index);

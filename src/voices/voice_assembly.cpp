@@ -96,16 +96,28 @@ std::string arrangeFiles(const std::vector<SourceFile>& files,
         place(*models.front(), directory / models.front()->name);
         return folderName;
     }
-    place(*models.front(), directory / models.front()->name);
+    // Laid out as the two published exports are, where the voice looks for them: a pack of all
+    // styles (an .npz archive) beside kokoro-v1.0*.onnx as voices-v1.0.bin, or one file per
+    // style in voices/ beside onnx/model*.onnx.
+    bool archive = false;
     for (const SourceFile& file : files) {
         if (file.name.ends_with(".bin")) {
-            // A pack of all styles (an .npz archive) stays whole; a file of one style goes
-            // among the others in voices/.
             std::ifstream stream(file.path, std::ios::binary);
             std::array<char, 2> magic{};
-            const bool archive = stream.read(magic.data(), 2) && magic[0] == 'P' && magic[1] == 'K';
-            place(file, archive ? directory / file.name : directory / "voices" / file.name);
+            const bool isArchive =
+                stream.read(magic.data(), 2) && magic[0] == 'P' && magic[1] == 'K';
+            archive = archive || isArchive;
+            place(file,
+                  isArchive ? directory / "voices-v1.0.bin" : directory / "voices" / file.name);
         }
+    }
+    const std::string& model = models.front()->name;
+    if (archive) {
+        place(*models.front(),
+              directory / (model.starts_with("kokoro-v1.0") ? model : "kokoro-v1.0.onnx"));
+    } else {
+        place(*models.front(),
+              directory / "onnx" / (model.starts_with("model") ? model : "model.onnx"));
     }
     return folderName;
 }

@@ -46,9 +46,4 @@ std::vector<VoiceDetails> readKokoroVoices(const std::filesystem::path& director
 // VoiceError as readVoiceDirectory() does.
 std::vector<VoiceDetails> parsePiperDescription(std::string_view text, const std::string& fileName);
 
-// The names of the arrays in a NumPy .npz file (a zip archive of NAME.npy members), in archive
-// order and without ".npy", read from the archive's central directory alone. Throws
-// VoiceError::damaged(file name) when that directory is missing or cut short.
-std::vector<std::string> npzArrayNames(const std::filesystem::path& file);
-
 }  // namespace murmela

@@ -186,7 +186,7 @@ class NarratorStopTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         testing::ensureApplication();
-        voice_ = openWarmVoice(MURMELA_VOICE_DIR);
+        voice_ = openWarmVoice(VoiceChoice(MURMELA_VOICE_DIR));
         // How long the long sentence's first chunk takes the voice by itself. Times here are
         // the least of a few tries: a busy machine makes some slow, none fast.
         chunkSeconds_ = 1e9;

@@ -20,6 +20,7 @@
 #include "build_info.h"
 #include "frontend/unicode.h"
 #include "logging/log.h"
+#include "support/neural_voices.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 
@@ -336,6 +337,35 @@ TEST_F(ParityTest, AVoiceThatIsMissingEmptyOrFailingEndsTheRunWithoutAReport) {
     EXPECT_NE(text.find(" frames for one id"), std::string::npos) << text;
     EXPECT_EQ(logged.back(), "parity failed: " + text);  // after the splitting it tried
     EXPECT_EQ(contentsOf(out), std::set<std::string>{"error.txt"});
+}
+
+// MURMELA_VOICE picks a downloaded voice (here the Piper and Kokoro stand-ins), which is reported
+// like the bundled one but without durations; one that fails while running fails the run.
+TEST_F(ParityTest, TheEnvironmentsVoiceSpeaksInsteadOfTheBundledOne) {
+    const VoiceChoice piper(testing::standIn("piper-multi"), "carol");
+    ::setenv("MURMELA_VOICE", (piper.directory.string() + ":carol").c_str(), 1);
+    const std::string text = "Hello, world! Button. She measured.";
+    ASSERT_EQ(run(R"({"lines": [{"id": "piper", "text": ")" + text + R"(", "speed": 1.25}]})"), 0);
+    Voice expected(piper);
+    std::vector<float> samples;
+    std::vector<std::vector<int64_t>> ids;
+    expected.speak(text, 1.25, [&](SpokenChunk&& chunk) {
+        ids.push_back(chunk.ids);
+        samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
+        return true;
+    });
+    EXPECT_EQ(samplesIn(out / "piper.f32"), samples);
+    const json line = report()["lines"][0];
+    ASSERT_EQ(line["chunks"].size(), 2u);
+    for (size_t index = 0; index < 2; ++index) {
+        EXPECT_EQ(line["chunks"][index]["ids"], ids[index]);
+        EXPECT_EQ(line["chunks"][index]["durations"], json::array());
+    }
+
+    ::setenv("MURMELA_VOICE", testing::standIn("bad/kokoro-failing").c_str(), 1);
+    EXPECT_EQ(run(R"({"lines": [{"id": "a", "text": "She measured it."}]})"), 1);
+    EXPECT_NE(errorText().find("Gather"), std::string::npos) << errorText();
+    ::unsetenv("MURMELA_VOICE");
 }
 
 // In the model's suite the parity keys mean nothing: interactive use starts, and with no display

@@ -24,6 +24,7 @@
 #include "audio/wav.h"
 #include "engine/voice.h"
 #include "speech_harness.h"
+#include "support/neural_voices.h"
 #include "support/test_voice.h"
 
 namespace murmela {
@@ -462,6 +463,41 @@ TEST_F(SpeechTest, ASynthesisErrorEndsSpeakingAndSavingWithTheirFailureNotices) 
         ASSERT_EQ(lines.size(), 1u) << prefix;
         EXPECT_THAT(lines[0], MatchesRegex(".* failed: voice: [0-9]+ ids is past the encoder"));
     }
+}
+
+// Without a voice of its own the window's model speaks MURMELA_VOICE's: here the Piper stand-in,
+// whose every sample the engine predicts, and a Kokoro one that fails while it runs.
+TEST_F(SpeechTest, TheEnvironmentsDownloadedVoiceSpeaksAndItsFailuresAreNotices) {
+    const std::string text = "Hello, world! Button. She measured.";
+    const VoiceChoice piper(testing::standIn("piper-multi"), "bob");
+    ::setenv("MURMELA_VOICE", (piper.directory.string() + ":bob").c_str(), 1);
+    Speech speech(settings.store(), std::nullopt);
+    ASSERT_TRUE(testing::loadAndWait(speech));
+    speech.setText(QString::fromStdString(text));
+    speech.save(directory / "piper.wav");
+    ASSERT_TRUE(testing::waitForReady(speech, 30s));
+    EXPECT_EQ(speech.notice(), Notice::saved("piper.wav"));
+    Voice expected(piper);
+    std::vector<float> samples;
+    expected.speak(text, 1.0, [&](SpokenChunk&& chunk) {
+        samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
+        return true;
+    });
+    const std::vector<uint8_t> wav = encodeWav(samples, false, 24000);
+    EXPECT_EQ(testing::readText(directory / "piper.wav"), std::string(wav.begin(), wav.end()));
+
+    ::setenv("MURMELA_VOICE", testing::standIn("bad/kokoro-failing").c_str(), 1);
+    Speech failing(settings.store(), std::nullopt);
+    ASSERT_TRUE(testing::loadAndWait(failing));  // the voice is looked for when it is loaded
+    ::unsetenv("MURMELA_VOICE");
+    failing.setText("She measured it.");
+    failing.speak();
+    ASSERT_TRUE(testing::waitForReady(failing, 30s));
+    EXPECT_EQ(failing.notice(), Notice::failed());
+    failing.save(directory / "failed.wav");
+    ASSERT_TRUE(testing::waitForReady(failing, 30s));
+    EXPECT_EQ(failing.notice(), Notice::saveFailed());
+    EXPECT_FALSE(std::filesystem::exists(directory / "failed.wav"));
 }
 
 TEST_F(SpeechTest, TextAndSpeedSignalOnlyChangesAndTheSpeedIsStoredForTheNextModel) {

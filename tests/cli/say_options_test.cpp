@@ -17,7 +17,8 @@ TEST(SayOptions, ReadsOptionsAmongTheWords) {
     SayOptions plain = parseSayOptions({});
     EXPECT_EQ(plain.destination, Destination::device);
     EXPECT_EQ(plain.speed, 1.0);
-    EXPECT_FALSE(plain.text.has_value());  // standard input
+    EXPECT_FALSE(plain.text.has_value());   // standard input
+    EXPECT_FALSE(plain.voice.has_value());  // the usual voice
 
     SayOptions file =
         parseSayOptions({"Hello", "--speed", "1.25", "big", "-o", "a b.wav", "world"});
@@ -33,16 +34,22 @@ TEST(SayOptions, ReadsOptionsAmongTheWords) {
     EXPECT_EQ(raw.text, "--help -o");
 
     EXPECT_EQ(parseSayOptions({"-s", "1.5", "-"}).text, "-");
+    EXPECT_EQ(parseSayOptions({"--voice", "/voices/kokoro:bf_emma", "hi"}).voice,
+              VoiceChoice("/voices/kokoro", "bf_emma"));
+    EXPECT_EQ(parseSayOptions({"hi", "-v", "piper"}).voice, VoiceChoice("piper"));
+    EXPECT_EQ(parseSayOptions({"--voice=piper:3", "hi"}).text, "hi");
     EXPECT_TRUE(parseSayOptions({"-h"}).help);
     EXPECT_TRUE(parseSayOptions({"x", "--version"}).version);
 }
 
 TEST(SayOptions, RefusesWhatMakesNoCommand) {
     const std::vector<std::vector<std::string>> refused = {
-        {"--speed"},     {"--speed", "fast"}, {"--speed", "1.0x"},      {"--speed", ""},
-        {"--speed=nan"}, {"--speed=inf"},     {"--speed", "0.7"},       {"--speed", "1.55"},
-        {"-o"},          {"--output="},       {"--raw", "-o", "a.wav"}, {"--raw=1"},
-        {"--loud"},      {"-x", "hello"},
+        {"--speed"},        {"--speed", "fast"},      {"--speed", "1.0x"},
+        {"--speed", ""},    {"--speed=nan"},          {"--speed=inf"},
+        {"--speed", "0.7"}, {"--speed", "1.55"},      {"-o"},
+        {"--output="},      {"--raw", "-o", "a.wav"}, {"--raw=1"},
+        {"--loud"},         {"-x", "hello"},          {"--voice"},
+        {"--voice="},
     };
     for (const auto& arguments : refused) {
         EXPECT_THROW(parseSayOptions(arguments), UsageError) << arguments.front();

@@ -2,11 +2,12 @@
 """`murmela say` as a user runs it: the real program, with real pipes, files and (through
 tests/support/pulse-session) a real sound server.
 
-  say_test.py --program BIN/murmela --resources SHARE/murmela
+  say_test.py --program BIN/murmela --resources SHARE/murmela --neural-voices VOICES/neural
 """
 
 import argparse
 import contextlib
+import json
 import os
 import pathlib
 import pty
@@ -21,7 +22,7 @@ import unittest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
 import speech_checks  # noqa: E402
 
-PROGRAM = RESOURCES = None
+PROGRAM = RESOURCES = NEURAL = None
 SENTENCES = [
     "The weather is nice today.",
     "We will meet at the station tomorrow morning.",
@@ -326,10 +327,113 @@ class Say(unittest.TestCase):
             PULSE_SERVER="unix:" + str(self.scratch / "nobody"))), 4, "cannot play")
 
 
+class SayWithDownloadedVoices(unittest.TestCase):
+    """Kokoro and Piper voices, through the stand-ins whose samples spell what they were given."""
+
+    def setUp(self):
+        self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="murmela-say-"))
+
+    def tearDown(self):
+        shutil.rmtree(self.scratch, ignore_errors=True)
+
+    # "She measured." as espeak-ng's IPA, and as the front end's symbols.
+    IPA = "\u0283i\u02d0 m\u02c8\u025b\u0292\u025ad."
+    SYMBOLS = "\u0283i m\u02c8\u025b\u0292\u0259\u0279d."
+
+    def piper_ids(self):
+        settings = json.loads((NEURAL / "piper-multi" / "en_US-multi-medium.onnx.json")
+                              .read_text(encoding="utf-8"))["phoneme_id_map"]
+        ids = settings["^"] + settings["_"]
+        for symbol in self.IPA:
+            if symbol in settings:
+                ids += settings[symbol] + settings["_"]
+        return ids + settings["$"]
+
+    def kokoro_ids(self):
+        vocabulary = json.loads((NEURAL / "kokoro" / "vocab.json").read_text(encoding="utf-8"))
+        return [vocabulary["vocab"][symbol] for symbol in self.SYMBOLS]
+
+    def assertSpells(self, samples, expected, tolerance):
+        for index, (value, wanted) in enumerate(zip(speech_checks.spelled(samples, len(expected)), expected)):
+            self.assertAlmostEqual(value, wanted, delta=tolerance, msg=f"value {index}")
+
+    def test_piper_speaker_through_raw_output_and_the_environment(self):
+        ids = self.piper_ids()
+        expected = ids + [len(ids), 0.667 * 1024, 0.8 * 1024, 0.8 * 1024, 2]
+        raw = say("--raw", "--speed", "1.25", "--voice", str(NEURAL / "piper-multi") + ":carol",
+                  "She measured.")
+        self.assertEqual(raw.returncode, 0, raw.stderr)
+        self.assertSpells(speech_checks.pcm16(raw.stdout), expected, 0.05)
+        # MURMELA_VOICE chooses the same; --voice wins over it.
+        chosen = environment(MURMELA_VOICE=str(NEURAL / "piper-multi") + ":carol")
+        self.assertEqual(say("--raw", "--speed", "1.25", "She measured.", env=chosen).stdout,
+                         raw.stdout)
+        other = say("--raw", "--speed", "1.25", "--voice", str(NEURAL / "piper-multi") + ":bob",
+                    "She measured.", env=chosen)
+        self.assertSpells(speech_checks.pcm16(other.stdout), expected[:-1] + [1], 0.05)
+
+    def test_kokoro_style_through_a_wav_file(self):
+        ids = self.kokoro_ids()
+        destination = self.scratch / "kokoro.wav"
+        result = say("--voice", str(NEURAL / "kokoro") + ":am_michael", "-o", str(destination),
+                     "She measured.")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        fields, samples = speech_checks.read_wav(destination)
+        self.assertEqual(fields, (1, 2, 24000))
+        # 0 at both ends, style row n for n ids, the second voice of the pack, speed 1.
+        self.assertSpells(samples, [0] + ids + [0, len(ids), 2, 1024], 0.05)
+
+    def test_a_bad_voice_is_one_line_and_a_failing_one_the_voices_error(self):
+        def fails(result, code, message):
+            error = result.stderr.decode()
+            self.assertEqual(result.returncode, code, error)
+            self.assertEqual(error, "murmela say: " + message + "\n")
+            self.assertEqual(result.stdout, b"")
+        fails(say("--raw", "--voice", str(NEURAL / "bad" / "piper-no-settings"), "Hello."), 5,
+              "voice: en_US-lost-medium.onnx.json missing")
+        fails(say("--raw", "--voice", str(NEURAL / "kokoro") + ":zz_nobody", "Hello."), 5,
+              "voice: voices-v1.0.bin has no voice zz_nobody")
+        fails(say("--raw", "--voice", str(NEURAL / "bad" / "piper-rate-zero"), "Hello."), 5,
+              "voice: en_US-silent-medium.onnx.json: audio.sample_rate is not a positive "
+              "number of samples a second")
+        failing = say("--raw", "--voice", str(NEURAL / "bad" / "kokoro-failing"),
+                      "She measured.")
+        self.assertEqual(failing.returncode, 1, failing.stderr)
+        self.assertEqual(failing.stderr.decode().count("\n"), 1, failing.stderr)
+
+    def test_plays_a_downloaded_voice_on_the_sound_device(self):
+        if os.environ.get("MURMELA_PULSE_UNAVAILABLE"):
+            self.skipTest("no sound server: " + os.environ["MURMELA_PULSE_UNAVAILABLE"])
+        if not os.environ.get("MURMELA_PULSE_SINK"):
+            self.skipTest("run through tests/support/pulse-session")
+        vocabulary = json.loads((NEURAL / "kokoro" / "vocab.json").read_text(encoding="utf-8"))
+        ids = [vocabulary["vocab"][symbol] for symbol in self.SYMBOLS[:-1] + " \u026at."]
+        expected = [0] + ids + [0, len(ids), 1, 768]
+        recording = self.scratch / "heard.raw"
+        with speech_checks.recording_of_the_sink(recording):
+            # Slower than normal, so that only the block that begins each sentence is at full
+            # scale.
+            result = say("--voice", str(NEURAL / "kokoro"), "--speed", "0.75",
+                         "She measured it. " * 4)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        heard = speech_checks.pcm16(recording.read_bytes())
+        # Each sentence's spelling, wherever a full-scale block begins. The sound server may
+        # resample on the way, and a sound server just woken may drop the very first samples:
+        # most of the four must come through whole.
+        starts = [i for i in range(1, len(heard) - 32) if heard[i] > 30000 >= heard[i - 1]
+                  and min(heard[i:i + 24]) > 30000]
+        whole = 0
+        for start in starts:
+            values = speech_checks.spelled(heard[start:start + (len(expected) + 2) * 32], len(expected))
+            whole += all(abs(value - wanted) < 0.5 for value, wanted in zip(values, expected))
+        self.assertGreaterEqual(whole, 3, f"{len(starts)} blocks at full scale")
+
+
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
     parser.add_argument("--program", required=True)
     parser.add_argument("--resources", required=True, type=pathlib.Path)
+    parser.add_argument("--neural-voices", required=True, type=pathlib.Path)
     options, rest = parser.parse_known_args()
-    PROGRAM, RESOURCES = options.program, options.resources
+    PROGRAM, RESOURCES, NEURAL = options.program, options.resources, options.neural_voices
     unittest.main(argv=[sys.argv[0], "-v", *rest])

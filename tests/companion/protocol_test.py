@@ -4,6 +4,7 @@ kind of malformed message and bad argument (each answered, none fatal), the tool
 client's roots asked for and waited on, and the end of input ending the server. Run through tests/support/pulse-session for `speak`.
 
   protocol_test.py --companion LIBEXEC/murmela/murmela --resources SHARE/murmela
+                   --neural-voices VOICES/neural
 """
 
 import argparse
@@ -21,7 +22,7 @@ import unittest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
 import speech_checks  # noqa: E402
 
-COMPANION = RESOURCES = None
+COMPANION = RESOURCES = NEURAL = None
 TEXT = "The weather is nice today. We will meet at the station tomorrow morning."
 
 
@@ -287,11 +288,47 @@ class Companion(unittest.TestCase):
         self.assertIn("sound output", text_of(result))
         self.assertEqual(silent.close()[0], 0)
 
+    def test_a_downloaded_voice_from_the_environment_and_its_failures(self):
+        # The Kokoro stand-in spells what it was given: a 0, the ids, a 0, the style row (n for
+        # n ids), the voice's number in the pack and the speed, each times 1024.
+        vocabulary = json.loads((NEURAL / "kokoro" / "vocab.json").read_text(encoding="utf-8"))
+        ids = [vocabulary["vocab"][symbol]
+               for symbol in "\u0283i m\u02c8\u025b\u0292\u0259\u0279d."]
+        self.session.process.kill()
+        self.session.process.wait()
+        self.session.process.stdin.close()
+        self.session.process.stdout.close()
+        self.session = Session(self.home, MURMELA_VOICE=str(NEURAL / "kokoro") + ":am_michael")
+        self.session.initialize()
+        destination = self.scratch / "kokoro.wav"
+        result = self.session.call(2, "save_audio",
+                                   {"text": "She measured.", "path": str(destination)})
+        self.assertFalse(result["isError"], result)
+        fields, samples = speech_checks.read_wav(destination)
+        self.assertEqual(fields, (1, 2, 24000))
+        for value, wanted in zip(speech_checks.spelled(samples, len(ids) + 5),
+                                 [0] + ids + [0, len(ids), 2, 1024]):
+            self.assertAlmostEqual(value, wanted, delta=0.05)
+        self.assertEqual(self.session.close()[0], 0)
+
+        # A model that fails while it runs is that call's error; the companion goes on.
+        self.session = Session(self.home, MURMELA_VOICE=str(NEURAL / "bad" / "kokoro-failing"))
+        self.session.initialize()
+        failed = self.session.call(2, "save_audio", {"text": "She measured it.",
+                                                     "path": str(self.scratch / "no.wav")})
+        self.assertTrue(failed["isError"], failed)
+        again = self.session.call(3, "save_audio", {"text": "She measured it.",
+                                                    "path": str(self.scratch / "no.wav")})
+        self.assertTrue(again["isError"], again)
+        self.assertFalse((self.scratch / "no.wav").exists())
+        self.assertEqual(self.session.close()[0], 0)
+
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
     parser.add_argument("--companion", required=True)
     parser.add_argument("--resources", required=True, type=pathlib.Path)
+    parser.add_argument("--neural-voices", required=True, type=pathlib.Path)
     options, rest = parser.parse_known_args()
-    COMPANION, RESOURCES = options.companion, options.resources
+    COMPANION, RESOURCES, NEURAL = options.companion, options.resources, options.neural_voices
     unittest.main(argv=[sys.argv[0], "-v", *rest])

@@ -3,6 +3,7 @@
 // voice.json's checks, the models, buckets, splitting what the decoder can't hold, speaking.
 
 #include "engine/voice.h"
+#include "engine/three_stage_voice.h"
 
 #include <gtest/gtest.h>
 
@@ -17,7 +18,7 @@
 #include <vector>
 
 #include "common/voice_error.h"
-#include "engine/model_io.h"
+#include "engine/tensor_layout.h"
 #include "files/files.h"
 #include "istft_reference.h"
 #include "logging/log.h"
@@ -67,22 +68,13 @@ protected:
     testing::TemporaryDirectory directory;
 };
 
-std::string errorText(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const VoiceError& error) {
-        return error.what();
-    }
-    return "(no VoiceError)";
-}
-
 TEST_F(VoiceTest, AnAbsentUnreadableMalformedOrWrongVoiceJsonHasItsOwnError) {
     auto read = [&] { VoiceFiles(directory.path()).readInterface(); };
     const std::string original = testing::readText(directory / "voice.json");
     std::filesystem::remove(directory / "voice.json");
-    EXPECT_EQ(errorText(read), "voice: voice.json missing");
+    EXPECT_EQ(testing::voiceErrorText(read), "voice: voice.json missing");
     std::filesystem::create_directory(directory / "voice.json");  // exists, but can't be read
-    EXPECT_EQ(errorText(read), "voice: voice.json missing");
+    EXPECT_EQ(testing::voiceErrorText(read), "voice: voice.json missing");
     std::filesystem::remove(directory / "voice.json");
     for (const char* text : {R"({"interface": {"sampleRate": 24000,)", "\xff\xfe{}"}) {
         testing::writeText(directory / "voice.json", text);
@@ -109,7 +101,7 @@ TEST_F(VoiceTest, AnAbsentUnreadableMalformedOrWrongVoiceJsonHasItsOwnError) {
     for (const auto& [change, text] : cases) {
         testing::writeText(directory / "voice.json", original);
         patch(nlohmann::json::parse(change));
-        EXPECT_EQ(errorText(read), text) << change;
+        EXPECT_EQ(testing::voiceErrorText(read), text) << change;
     }
 }
 
@@ -119,9 +111,9 @@ TEST_F(VoiceTest, LoadsEachModelAndNamesWhatIsMissingOrRefused) {
     VoiceInterface read = files.readInterface();
     EXPECT_EQ(files.loadModel("encoder", read.programs).outputNames(),
               (std::vector<std::string>{"e", "logd"}));
-    EXPECT_EQ(errorText([&] { files.loadModel("decoder", read.programs); }),
+    EXPECT_EQ(testing::voiceErrorText([&] { files.loadModel("decoder", read.programs); }),
               "voice: absent-decoder missing");
-    EXPECT_EQ(errorText([&] { files.loadModel("vocoder", read.programs); }),
+    EXPECT_EQ(testing::voiceErrorText([&] { files.loadModel("vocoder", read.programs); }),
               "voice: voice.json programs.vocoder unreadable");
     // What the runtime refuses gives its own error; a directory where the file should be exists,
     // so it is the runtime that refuses it.
@@ -194,13 +186,14 @@ TEST_F(VoiceTest, TheFirstBucketThatHoldsTheChunkInFileOrderIsUsed) {
 
 TEST_F(VoiceTest, TooManyTokensOrNoFramesAreErrors) {
     VoiceModel model = openModel({2}, {256});
-    EXPECT_EQ(errorText([&] { model.synthesizeChunk(std::vector<int64_t>{5}, 1.0); }),
+    EXPECT_EQ(testing::voiceErrorText([&] { model.synthesizeChunk(std::vector<int64_t>{5}, 1.0); }),
               "voice: 3 ids is past the encoder");
-    EXPECT_EQ(errorText([&] { model.encode({}); }), "voice: 0 ids is past the encoder");
+    EXPECT_EQ(testing::voiceErrorText([&] { model.encode({}); }),
+              "voice: 0 ids is past the encoder");
     VoiceModel::Encoded two = model.encode(std::vector<int64_t>{43, 44});
-    EXPECT_EQ(errorText([&] { model.decode(two.features, std::vector<int64_t>{}); }),
+    EXPECT_EQ(testing::voiceErrorText([&] { model.decode(two.features, std::vector<int64_t>{}); }),
               "voice: no frames");
-    EXPECT_EQ(errorText([&] {
+    EXPECT_EQ(testing::voiceErrorText([&] {
                   model.decode(two.features, std::vector<int64_t>{0, 0});
               }),
               "voice: no frames");
@@ -254,7 +247,8 @@ TEST_F(VoiceTest, BrokenModelsGiveTheirExactErrorsAndTheRuntimesOwnPassesThrough
             {"encoder", "encoder"}, {"decoder", "decoder"}, {"vocoder", "vocoder"}};
         programs[broken.model] = broken.stem;
         VoiceModel model = openModel({32}, {256}, programs);
-        EXPECT_EQ(errorText([&] { model.synthesizeChunk(ids, 1.0); }), broken.text) << broken.stem;
+        EXPECT_EQ(testing::voiceErrorText([&] { model.synthesizeChunk(ids, 1.0); }), broken.text)
+            << broken.stem;
     }
     const std::vector<int64_t> pastTheTable = {300};
     EXPECT_THROW(openModel().synthesizeChunk(pastTheTable, 1.0), Ort::Exception);
@@ -269,7 +263,8 @@ std::vector<int64_t> lettersWith(size_t count, int64_t separator, std::vector<si
 }
 
 // What synthesising the parts of `ids` cut at `ends` one by one and joining them gives.
-SynthesisResult joinedParts(Voice& voice, std::span<const int64_t> ids, std::vector<size_t> ends) {
+SynthesisResult joinedParts(ThreeStageVoice& voice, std::span<const int64_t> ids,
+                            std::vector<size_t> ends) {
     SynthesisResult joined;
     size_t begin = 0;
     for (size_t end : ends) {
@@ -290,7 +285,8 @@ void expectSame(const SynthesisResult& actual, const SynthesisResult& expected) 
 TEST_F(VoiceTest, TooManyFramesSplitsAfterTheCommaNearestTheMiddleAndJoinsThePartsAsTheyAre) {
     const std::vector<int64_t> ids = lettersWith(40, comma, {10, 30});  // 92 frames in all
     {
-        Voice whole(directory.path());  // what fits is synthesised whole, without a log line
+        ThreeStageVoice whole(
+            directory.path());  // what fits is synthesised whole, without a log line
         expectSame(whole.synthesize(ids, 1.0), joinedParts(whole, ids, {40}));
         EXPECT_TRUE(logged.empty());
     }
@@ -298,7 +294,7 @@ TEST_F(VoiceTest, TooManyFramesSplitsAfterTheCommaNearestTheMiddleAndJoinsThePar
     // equally near the middle: the earlier wins, and the right part (66 frames) is split again
     // after its own comma.
     describe({512}, {64, 32});
-    Voice voice(directory.path());
+    ThreeStageVoice voice(directory.path());
     expectSame(voice.synthesize(ids, 1.0), joinedParts(voice, ids, {11, 31, 40}));
     EXPECT_EQ(logged,
               (std::vector<std::string>{"voice: 92 frames is past 32; splitting the chunk",
@@ -309,7 +305,7 @@ TEST_F(VoiceTest, OneIdTooLongForTheDecoderIsAnErrorAndOtherErrorsAreNotSplit) {
     describe({8}, {8});
     Voice voice(directory.path());
     auto synthesize = [&](std::vector<int64_t> ids) {
-        return errorText([&] { voice.synthesize(ids, 1.0); });
+        return testing::voiceErrorText([&] { voice.synthesize(ids, 1.0); });
     };
     EXPECT_EQ(synthesize({comma}), "voice: 10 frames for one id");  // 2 + 6 + 2 frames
     EXPECT_TRUE(logged.empty());
@@ -325,7 +321,8 @@ TEST_F(VoiceTest, OpeningChecksEspeakThenTheVocabularyThenTheModels) {
     std::filesystem::remove(directory / "vocab.json");
     std::filesystem::rename(directory / "espeak-ng-data", directory / "moved");
     // espeak-ng's data is checked before the vocabulary.
-    EXPECT_EQ(errorText([&] { Voice{directory.path()}; }), "voice: espeak-ng data unreadable");
+    EXPECT_EQ(testing::voiceErrorText([&] { Voice{directory.path()}; }),
+              "voice: espeak-ng data unreadable");
     // The vocabulary is read before voice.json is looked at.
     std::filesystem::rename(directory / "moved", directory / "espeak-ng-data");
     EXPECT_THROW(Voice{directory.path()}, std::filesystem::filesystem_error);
@@ -343,7 +340,7 @@ TEST_F(VoiceTest, SpeakingHandsOverEachChunkAsItIsMadeAndStopsWhenTold) {
         });
     };
     Voice voice(directory.path());
-    const std::vector<std::vector<int64_t>> chunks = voice.phonemizer().chunks(text);
+    const std::vector<std::vector<int64_t>> chunks = testing::allChunks(voice, text);
     ASSERT_EQ(chunks.size(), 2u);
     EXPECT_EQ(speak(voice, 1.25, 3), 2u);
     ASSERT_EQ(spoken.size(), 2u);
@@ -367,7 +364,9 @@ TEST_F(VoiceTest, SpeakingHandsOverEachChunkAsItIsMadeAndStopsWhenTold) {
 // A speech-dispatcher client stops and speaks again on every key, so a stop must not wait for
 // the chunk being synthesised, and must never look like the voice failing.
 TEST_F(VoiceTest, AnInterruptionEndsSpeakingQuietlyWhenEverItComesUntilResumed) {
-    Voice voice(directory.path());
+    auto kind = std::make_unique<ThreeStageVoice>(directory.path());
+    ThreeStageVoice& threeStage = *kind;
+    Voice voice(std::move(kind));
     const std::string text = "Hello there, my friend. This is Murmela, speaking slowly!";
     auto speakAll = [&] { return voice.speak(text, 1.0, [](SpokenChunk&&) { return true; }); };
     EXPECT_EQ(voice.speak(text, 1.0,
@@ -377,7 +376,7 @@ TEST_F(VoiceTest, AnInterruptionEndsSpeakingQuietlyWhenEverItComesUntilResumed) 
                           }),
               1u);
     // Until resumed the runtime refuses every run, and speaking hands nothing over.
-    EXPECT_THROW(voice.model().synthesizeChunk(voice.phonemizer().chunks(text)[0], 1.0),
+    EXPECT_THROW(threeStage.model().synthesizeChunk(testing::allChunks(voice, text)[0], 1.0),
                  Ort::Exception);
     EXPECT_EQ(speakAll(), 0u);
     voice.resume();
@@ -396,7 +395,7 @@ TEST_F(VoiceTest, AnInterruptionEndsSpeakingQuietlyWhenEverItComesUntilResumed) 
 
     // A run that fails when nobody interrupted the voice is still an error.
     voice.resume();
-    voice.model().interrupt();
+    threeStage.model().interrupt();
     EXPECT_THROW(speakAll(), Ort::Exception);
 }
 

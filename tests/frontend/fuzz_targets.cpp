@@ -28,7 +28,7 @@ struct Voice {
 void chunks(const std::filesystem::path& voice, const uint8_t* data, size_t size) {
     static const Voice loaded(voice);
     const std::string_view text(reinterpret_cast<const char*>(data), size);
-    for (const std::vector<int64_t>& chunk : loaded.phonemizer.chunks(text)) {
+    loaded.phonemizer.chunks(text, [](std::vector<int64_t> chunk) {
         if (chunk.empty() || chunk.size() > Phonemizer::maxChunkIds) {
             broken("chunks hold 1 to 400 ids");
         }
@@ -37,7 +37,8 @@ void chunks(const std::filesystem::path& voice, const uint8_t* data, size_t size
                 broken("every id is the vocabulary's");
             }
         }
-    }
+        return true;
+    });
 }
 
 void vocabulary(const uint8_t* data, size_t size) {

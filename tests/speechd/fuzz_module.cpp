@@ -86,7 +86,7 @@ void moduleSession(const uint8_t* data, size_t size) {
     // Never destroyed, like the runtime environment its sessions belong to: at exit the
     // runtime's own statics may be gone before a static voice would be.
     static const std::shared_ptr<Voice>& voice =
-        *new std::shared_ptr<Voice>(openWarmVoice(MURMELA_TEST_VOICE_DIR));
+        *new std::shared_ptr<Voice>(openWarmVoice(VoiceChoice(MURMELA_TEST_VOICE_DIR)));
     // A module that has quit reads no more, and the write to it fails.
     static const bool writesFailQuietly = ::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
     int pipe[2];

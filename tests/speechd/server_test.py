@@ -78,7 +78,7 @@ def heard(recogniser, samples, reference):
 
 
 class Server:
-    def __init__(self, directory, module, configuration, resources):
+    def __init__(self, directory, module, configuration, resources, **environment):
         self.directory = directory
         config = directory / "config"
         (config / "modules").mkdir(parents=True)
@@ -94,7 +94,7 @@ class Server:
         added.mkdir(parents=True)
         (added / "second").symlink_to(pathlib.Path(resources).resolve() / "Voice")
         environment = dict(os.environ, MURMELA_RESOURCES=str(resources),
-                           XDG_DATA_HOME=str(directory / "data"))
+                           XDG_DATA_HOME=str(directory / "data"), **environment)
         self.log = open(directory / "server.out", "w")
         self.process = subprocess.Popen(
             ["speech-dispatcher", "--run-single", "--timeout", "0", "--config-dir", str(config),
@@ -189,11 +189,56 @@ def client_speaks_marks_and_stops(server, recogniser, scratch):
         client.close()
 
 
+def downloaded_voice_speaks(scratch, module, configuration, resources, neural):
+    """MURMELA_VOICE in the server's environment: the module speaks the Kokoro stand-in, whose
+    samples spell the ids it was given (tools/make_test_voice.py); a model that fails while it
+    runs ends that message, and the module answers the next."""
+    import json
+    vocabulary = json.loads((neural / "kokoro" / "vocab.json").read_text(encoding="utf-8"))
+    ids = [vocabulary["vocab"][symbol]
+           for symbol in "\u0283i m\u02c8\u025b\u0292\u0259\u0279d \u026at."]
+    expected = [0] + ids + [0, len(ids), 1]  # the speed comes last, as the server's rate sets it
+    server = Server(scratch / "kokoro", module, configuration, resources,
+                    MURMELA_VOICE=str(neural / "kokoro"))
+    try:
+        recording = Recording(scratch, "kokoro")
+        said = subprocess.run(["spd-say", "-o", "murmela", "-w", "She measured it."], timeout=60,
+                              env=dict(os.environ, SPEECHD_ADDRESS=server.address))
+        samples = recording.stop()
+        check(said.returncode == 0, "spd-say speaks with the voice of MURMELA_VOICE")
+        loud = np.nonzero(samples > 0.9 * samples.max())[0] if len(samples) else []
+        spelled = []
+        if len(loud) and samples.max() > 0.1:
+            start = loud[0]
+            spelled = [samples[start + (index + 1) * 32 + 16] / samples[start + 16] * 1024
+                       for index in range(len(expected))
+                       if start + (index + 2) * 32 <= len(samples)]
+        check(len(spelled) == len(expected) and
+              all(abs(value - wanted) < 0.5 for value, wanted in zip(spelled, expected)),
+              "what the sink plays spells the ids, the style row and the voice: %s" %
+              [round(float(value), 1) for value in spelled])
+    finally:
+        server.stop()
+
+    server = Server(scratch / "failing", module, configuration, resources,
+                    MURMELA_VOICE=str(neural / "bad" / "kokoro-failing"))
+    try:
+        for attempt in range(2):
+            said = subprocess.run(["spd-say", "-o", "murmela", "-w", "She measured it."],
+                                  timeout=60, env=dict(os.environ, SPEECHD_ADDRESS=server.address))
+            check(said.returncode == 0, "a failing model ends message %d, nothing else" % attempt)
+    finally:
+        server.stop()
+        if failures:
+            server.show_log()
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--module", required=True)
     parser.add_argument("--resources", required=True)
     parser.add_argument("--configuration", required=True)
+    parser.add_argument("--neural-voices", required=True, type=pathlib.Path)
     arguments = parser.parse_args()
     if os.environ.get("MURMELA_PULSE_UNAVAILABLE"):
         print("SKIPPED: no sound server: " + os.environ["MURMELA_PULSE_UNAVAILABLE"])
@@ -211,6 +256,8 @@ def main():
             server.stop()
             if failures:
                 server.show_log()
+        downloaded_voice_speaks(scratch, arguments.module, arguments.configuration,
+                                arguments.resources, arguments.neural_voices)
     return 1 if failures else 0
 
 

@@ -1,5 +1,6 @@
 """What the program tests ask of audio that should be speech: its length, how much of it
-sounds, and whether the recogniser harness (tools/voice/recognise.py) hears the words."""
+sounds, and whether the recogniser harness (tools/voice/recognise.py) hears the words; and what
+the stand-ins for downloaded voices spell."""
 
 import array
 import contextlib
@@ -72,3 +73,13 @@ def recording_of_the_sink(path):
             time.sleep(0.3)
             recorder.terminate()
             recorder.wait()
+
+
+def spelled(samples, count, block=32):
+    """The values a stand-in's samples spell (tools/make_test_voice.py): a full-scale block,
+    then one block per value holding value / 1024, read at the middle of each block and divided
+    by the first, so any gain cancels out."""
+    start = next((i for i, sample in enumerate(samples) if abs(sample) > 16000), 0)
+    full = samples[start + block // 2]
+    return [samples[start + (index + 1) * block + block // 2] / full * 1024
+            for index in range(count) if start + (index + 2) * block <= len(samples)]

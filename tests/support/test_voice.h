@@ -4,6 +4,10 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace murmela::testing {
 
@@ -12,6 +16,19 @@ std::filesystem::path testVoiceDirectory();
 
 // Copies the test voice (models, vocabulary, espeak-ng data) into `destination`.
 void copyTestVoice(const std::filesystem::path& destination);
+
+// The text of the VoiceError that `action` throws, or "(no VoiceError)"; other exceptions pass.
+std::string voiceErrorText(const std::function<void()>& action);
+
+// Every id chunk that `source` (a phonemiser, a voice or a kind) makes of `text`, in order.
+std::vector<std::vector<int64_t>> allChunks(const auto& source, std::string_view text) {
+    std::vector<std::vector<int64_t>> chunks;
+    source.chunks(text, [&chunks](std::vector<int64_t> chunk) {
+        chunks.push_back(std::move(chunk));
+        return true;
+    });
+    return chunks;
+}
 
 // The test encoder's outputs for one token id.
 namespace test_voice {

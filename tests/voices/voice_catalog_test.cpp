@@ -158,7 +158,7 @@ TEST(VoiceCatalog, KokoroPackGivesOneVoicePerStyleWithLanguageAndGenderFromItsNa
     }
 
     // The layout with one file per style.
-    writeText(root / "folder" / "model.onnx", "model");
+    writeText(root / "folder" / "onnx" / "model.onnx", "model");
     writeText(root / "folder" / "voices" / "jf_alpha.bin", "510 x 256 floats");
     writeText(root / "folder" / "voices" / "notes.txt", "not a style");
     const std::vector<VoiceDetails> folder = readVoiceDirectory(root / "folder");
@@ -166,32 +166,8 @@ TEST(VoiceCatalog, KokoroPackGivesOneVoicePerStyleWithLanguageAndGenderFromItsNa
     EXPECT_EQ(folder[0].style, "jf_alpha");
     EXPECT_EQ(folder[0].language, "ja");
 
-    writeText(root / "no-pack" / "model.onnx", "model");
-    EXPECT_THAT(errorOf(root / "no-pack"), HasSubstr("no Kokoro voice pack"));
-}
-
-TEST(VoiceCatalog, NpzNamesComeFromTheCentralDirectoryAndACutArchiveIsDamaged) {
-    TemporaryDirectory root;
-    const std::string archive = zipOf({"af_heart.npy", "bm_george.npy"});
-    writeText(root / "pack.bin", archive);
-    EXPECT_THAT(npzArrayNames(root / "pack.bin"), ElementsAre("af_heart", "bm_george"));
-
-    // Cut anywhere, the archive is damaged and says so with its name; nothing reads past it.
-    for (size_t size : {size_t{0}, size_t{10}, archive.size() / 2, archive.size() - 1}) {
-        writeText(root / "cut.bin", archive.substr(0, size));
-        try {
-            npzArrayNames(root / "cut.bin");
-            ADD_FAILURE() << "an archive cut to " << size << " bytes was read";
-        } catch (const VoiceError& error) {
-            EXPECT_STREQ(error.what(), "voice: cut.bin unreadable") << size;
-        }
-    }
-    // A central directory that claims more entries than it holds.
-    std::string overclaiming = archive;
-    overclaiming[overclaiming.size() - 22 + 10] = 9;
-    writeText(root / "over.bin", overclaiming);
-    EXPECT_THROW(npzArrayNames(root / "over.bin"), VoiceError);
-    EXPECT_THROW(npzArrayNames(root / "absent.bin"), VoiceError);
+    writeText(root / "no-pack" / "kokoro-v1.0.onnx", "model");
+    EXPECT_THAT(errorOf(root / "no-pack"), HasSubstr("voices-v1.0.bin missing"));
 }
 
 TEST(VoiceCatalog, ThreeStageVoiceTakesNameAndLicenceFromVoiceJson) {

@@ -27,12 +27,13 @@ int main(int argc, char** argv) {
         std::string line;
         while (std::getline(std::cin, line)) {
             const char* separator = "";
-            for (const std::vector<int64_t>& chunk : phonemizer.chunks(line)) {
+            phonemizer.chunks(line, [&separator](std::vector<int64_t> chunk) {
                 for (int64_t id : chunk) {
                     std::cout << separator << id;
                     separator = " ";
                 }
-            }
+                return true;
+            });
             std::cout << "\n";
         }
         return 0;

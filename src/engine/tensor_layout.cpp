@@ -1,14 +1,9 @@
-#include "engine/model_io.h"
+#include "engine/tensor_layout.h"
 
 #include <algorithm>
-#include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <limits>
-#include <set>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "common/voice_error.h"
@@ -17,90 +12,15 @@
 #include "logging/log.h"
 
 namespace murmela {
-namespace {
 
-std::vector<std::string> names(size_t count, auto nameAt) {
-    Ort::AllocatorWithDefaultOptions allocator;
-    std::vector<std::string> result;
-    result.reserve(count);
-    for (size_t i = 0; i < count; ++i) {
-        result.emplace_back(nameAt(i, allocator).get());
-    }
-    return result;
+Ort::MemoryInfo cpuMemory() {
+    return Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault);
 }
 
-Ort::SessionOptions sessionOptions() {
-    Ort::SessionOptions options;
-    options.SetIntraOpNumThreads(physicalCoreCount());
-    options.SetGraphOptimizationLevel(GraphOptimizationLevel::ORT_ENABLE_ALL);
-    // Optimised graphs stay in memory: nothing is ever written beside the model.
-    return options;
-}
-
-}  // namespace
-
-Ort::Env& runtimeEnvironment() {
-    static Ort::Env* environment = new Ort::Env(ORT_LOGGING_LEVEL_WARNING, "murmela");
-    return *environment;
-}
-
-int physicalCoreCount() {
-    static const int count = [] {
-        std::set<std::pair<std::string, std::string>> cores;
-        for (unsigned cpu = 0;; ++cpu) {
-            std::filesystem::path topology =
-                "/sys/devices/system/cpu/cpu" + std::to_string(cpu) + "/topology";
-            std::ifstream package(topology / "physical_package_id");
-            std::ifstream core(topology / "core_id");
-            if (!package || !core) {
-                break;
-            }
-            std::string packageId, coreId;
-            package >> packageId;
-            core >> coreId;
-            cores.emplace(packageId, coreId);
-        }
-        if (!cores.empty()) {
-            return static_cast<int>(cores.size());
-        }
-        return static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    }();
-    return count;
-}
-
-ModelSession::ModelSession(const std::filesystem::path& file)
-    : session_(runtimeEnvironment(), file.c_str(), sessionOptions()) {
-    inputNames_ = names(session_.GetInputCount(), [this](size_t i, auto& allocator) {
-        return session_.GetInputNameAllocated(i, allocator);
-    });
-    outputNames_ = names(session_.GetOutputCount(), [this](size_t i, auto& allocator) {
-        return session_.GetOutputNameAllocated(i, allocator);
-    });
-}
-
-std::map<std::string, Ort::Value> ModelSession::run(
-    std::vector<std::pair<std::string, Ort::Value>> inputs, const Ort::RunOptions& options) {
-    std::vector<const char*> inputNames;
-    std::vector<Ort::Value> inputValues;
-    inputNames.reserve(inputs.size());
-    inputValues.reserve(inputs.size());
-    for (auto& [name, value] : inputs) {
-        inputNames.push_back(name.c_str());
-        inputValues.push_back(std::move(value));
-    }
-    std::vector<const char*> outputNames;
-    outputNames.reserve(outputNames_.size());
-    for (const std::string& name : outputNames_) {
-        outputNames.push_back(name.c_str());
-    }
-    std::vector<Ort::Value> outputs =
-        session_.Run(options, inputNames.data(), inputValues.data(), inputValues.size(),
-                     outputNames.data(), outputNames.size());
-    std::map<std::string, Ort::Value> named;
-    for (size_t i = 0; i < outputs.size(); ++i) {
-        named.emplace(outputNames_[i], std::move(outputs[i]));
-    }
-    return named;
+Ort::Value halfTensorOver(std::vector<uint16_t>& data, std::vector<int64_t> shape) {
+    return Ort::Value::CreateTensor(cpuMemory(), data.data(), data.size() * sizeof(uint16_t),
+                                    shape.data(), shape.size(),
+                                    ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16);
 }
 
 int64_t elementTypeCode(ONNXTensorElementDataType type) {
@@ -326,35 +246,24 @@ StridedMatrix<uint16_t> halfOutput(const Ort::Value& tensor, int64_t rows, int64
     return outputMatrix<uint16_t>(tensor, rows, columns);
 }
 
-std::vector<int64_t> frameCounts(std::span<const float> logDurations, double speed) {
-    const float s = static_cast<float>(speed);
-    std::vector<int64_t> counts;
-    counts.reserve(logDurations.size());
-    for (float logd : logDurations) {
-        float v = (std::exp(logd) - 1.0f) / s;
-        if (!std::isfinite(v)) {
-            programmingError("duration " + std::to_string(logd) + " at speed " +
-                             std::to_string(speed) + " is not finite");
-        }
-        float rounded = std::nearbyint(v);  // the default rounding mode: to nearest, ties to even
-        // Doubling must fit too, so the bound is 2^62 rather than 2^63.
-        if (rounded < -0x1p63f || rounded >= 0x1p62f) {
-            programmingError("duration " + std::to_string(v) + " frames is out of range");
-        }
-        int64_t n = std::max(static_cast<int64_t>(rounded), int64_t{1});
-        counts.push_back(2 * n);
+std::vector<float> waveformOutput(const Ort::Value& tensor, size_t lowestRank, size_t highestRank,
+                                  const std::string& model) {
+    const Ort::TensorTypeAndShapeInfo info = tensor.GetTensorTypeAndShapeInfo();
+    const int64_t code = elementTypeCode(info.GetElementType());
+    if (code != float32Code) {
+        throw VoiceError::failed(model + ": an output is " + std::to_string(code) + ", not " +
+                                 std::to_string(float32Code));
     }
-    return counts;
-}
-
-int64_t totalFrames(std::span<const int64_t> counts) {
-    int64_t total = 0;
-    for (int64_t count : counts) {
-        if (__builtin_add_overflow(total, count, &total)) {
-            programmingError("the frame count overflows");
-        }
+    const std::vector<int64_t> shape = info.GetShape();
+    const bool fits = shape.size() >= lowestRank && shape.size() <= highestRank && !shape.empty() &&
+                      shape.back() >= 0 &&
+                      std::all_of(shape.begin(), shape.end() - 1,
+                                  [](int64_t dimension) { return dimension == 1; });
+    if (!fits) {
+        throw VoiceError::failed(model + ": an output has shape " + shapeText(shape));
     }
-    return total;
+    const auto* samples = static_cast<const float*>(tensor.GetTensorRawData());
+    return std::vector<float>(samples, samples + shape.back());
 }
 
 }  // namespace murmela

@@ -1,49 +1,30 @@
 #pragma once
-// The model runtime's side of the engine: one loaded ONNX model per session (the runtime is
-// wrapped here and nowhere else, so the rest of the engine sees named tensors in and named
-// tensors out), the inputs padded to a bucket, the checks and copies of what the models return,
-// and the decoder frames of each token.
-//
-// A session may be run from one thread at a time; the engine never runs one model concurrently.
+// How tensors are laid out going into and coming out of the models: element type codes, the
+// inputs padded to a bucket, and the checks and copies of what the models return.
 
 #include <onnxruntime_c_api.h>
 #include <onnxruntime_cxx_api.h>
 #include <cstdint>
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace murmela {
 
-// The runtime's process-wide environment, made on first use and never destroyed.
-Ort::Env& runtimeEnvironment();
+// Tensors over vectors the caller keeps alive for as long as the tensor is used.
 
-// Number of physical cores (not hardware threads): the runtime's intra-op thread count.
-int physicalCoreCount();
+Ort::MemoryInfo cpuMemory();
 
-class ModelSession {
-public:
-    // Loads the model file to run on the CPU, the one provider every build of the runtime has;
-    // the runtime's own exception (Ort::Exception) is passed on.
-    explicit ModelSession(const std::filesystem::path& file);
+template <typename T>
+Ort::Value tensorOver(std::vector<T>& data, std::vector<int64_t> shape) {
+    return Ort::Value::CreateTensor<T>(cpuMemory(), data.data(), data.size(), shape.data(),
+                                       shape.size());
+}
 
-    // Runs the model on the named inputs and returns every output the model declares, by name.
-    // The runtime's own exception is passed on, also when `options` asks the run to end early.
-    std::map<std::string, Ort::Value> run(std::vector<std::pair<std::string, Ort::Value>> inputs,
-                                          const Ort::RunOptions& options);
-
-    const std::vector<std::string>& inputNames() const { return inputNames_; }
-    const std::vector<std::string>& outputNames() const { return outputNames_; }
-
-private:
-    Ort::Session session_;
-    std::vector<std::string> inputNames_;
-    std::vector<std::string> outputNames_;
-};
+// float16 values given as their bit patterns.
+Ort::Value halfTensorOver(std::vector<uint16_t>& data, std::vector<int64_t> shape);
 
 // The numbers by which error texts name a tensor's element type: 0x10000 + bits for floating
 // point and 0x20000 + bits for signed integers, whatever the runtime's own enumeration is.
@@ -136,12 +117,11 @@ void requireElementType(const Ort::Value& tensor, int64_t expectedCode);
 StridedMatrix<float> floatOutput(const Ort::Value& tensor, int64_t rows, int64_t columns);
 StridedMatrix<uint16_t> halfOutput(const Ort::Value& tensor, int64_t rows, int64_t columns);
 
-// The decoder frames of each token: v = (e^logd - 1) / speed in 32-bit float, rounded to
-// nearest (ties to even), at least 1, and doubled because the decoder runs at twice the rate
-// of the durations. A non-finite v or one past the 64-bit range is a programming error.
-std::vector<int64_t> frameCounts(std::span<const float> logDurations, double speed);
-
-// The sum of the counts; an overflow is a programming error.
-int64_t totalFrames(std::span<const int64_t> counts);
+// The samples of a model that gives one float32 waveform: the tensor's elements when its rank
+// lies in [lowestRank, highestRank] and every dimension but the last is 1. Throws VoiceError
+// "<model>: an output is <code>, not <expected>" or "<model>: an output has shape [...]"
+// otherwise.
+std::vector<float> waveformOutput(const Ort::Value& tensor, size_t lowestRank, size_t highestRank,
+                                  const std::string& model);
 
 }  // namespace murmela

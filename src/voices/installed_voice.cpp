@@ -1,4 +1,4 @@
-#include "voices/voice_choice.h"
+#include "voices/installed_voice.h"
 
 #include <algorithm>
 
@@ -22,7 +22,7 @@ std::string voiceIds(const VoiceListing& listing) {
 }
 
 std::shared_ptr<Voice> openInstalledVoice(const InstalledVoice& voice) {
-    return openWarmVoice(voice.directory);
+    return openWarmVoice(VoiceChoice(voice.directory, voice.details.style));
 }
 
 }  // namespace murmela
