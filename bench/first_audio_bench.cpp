@@ -10,7 +10,6 @@
 #include <stdlib.h>
 
 #include <QCoreApplication>
-#include <QSettings>
 #include <QTimer>
 
 #include <chrono>
@@ -23,26 +22,14 @@
 #include <thread>
 
 #include "app/speech.h"
-#include "frontend/normalise.h"
-#include "frontend/unicode.h"
 #include "logging/log.h"
+#include "model_bench_main.h"
 #include "prose.h"
 
 namespace murmela {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-const std::string& longText() {
-    static const std::string text = bench::prose(5000);
-    return text;
-}
-
-// The long text's first sentence, alone.
-const std::string& shortText() {
-    static const std::string text = encodeUtf8(sentences(normalise(longText())).front());
-    return text;
-}
 
 // Sleeps in the event loop (rather than polling it, which would compete with the render thread
 // for the processor) until `done` holds; false after two minutes.
@@ -119,19 +106,20 @@ void firstAudio(benchmark::State& state, const std::filesystem::path& voice,
 const std::filesystem::path testVoice = MURMELA_BENCH_VOICE_DIR;
 const std::filesystem::path benchmarkVoice = MURMELA_BENCHMARK_VOICE_DIR;
 
-BENCHMARK_CAPTURE(firstAudio, testVoiceOneSentence, testVoice, shortText())
+BENCHMARK_CAPTURE(firstAudio, testVoiceOneSentence, testVoice, bench::firstSentenceOfLongProse())
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->MinTime(2.0);
-BENCHMARK_CAPTURE(firstAudio, testVoice5000Words, testVoice, longText())
+BENCHMARK_CAPTURE(firstAudio, testVoice5000Words, testVoice, bench::longProse())
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->MinTime(2.0);
-BENCHMARK_CAPTURE(firstAudio, benchmarkVoiceOneSentence, benchmarkVoice, shortText())
+BENCHMARK_CAPTURE(firstAudio, benchmarkVoiceOneSentence, benchmarkVoice,
+                  bench::firstSentenceOfLongProse())
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->MinTime(2.0);
-BENCHMARK_CAPTURE(firstAudio, benchmarkVoice5000Words, benchmarkVoice, longText())
+BENCHMARK_CAPTURE(firstAudio, benchmarkVoice5000Words, benchmarkVoice, bench::longProse())
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->MinTime(2.0);
@@ -140,21 +128,9 @@ BENCHMARK_CAPTURE(firstAudio, benchmarkVoice5000Words, benchmarkVoice, longText(
 }  // namespace murmela
 
 int main(int argc, char** argv) {
-    // No audio device: playing time is simulated, so nothing but synthesis is measured.
-    ::setenv("MURMELA_AUDIO", "none", 1);
-    ::unsetenv("MURMELA_DEFAULTS_SUITE");
-    char settings[] = "/tmp/murmela-bench-settings.XXXXXX";
-    if (::mkdtemp(settings) == nullptr) {
-        std::perror("mkdtemp");
-        return 1;
-    }
-    QCoreApplication application(argc, argv);
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settings);
-    std::printf("one sentence: \"%s\"; long text: %zu bytes\n", murmela::shortText().c_str(),
-                murmela::longText().size());
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    std::filesystem::remove_all(settings);
-    return 0;
+    return murmela::bench::runModelBenchmarks(argc, argv, [] {
+        std::printf("one sentence: \"%s\"; long text: %zu bytes\n",
+                    murmela::bench::firstSentenceOfLongProse().c_str(),
+                    murmela::bench::longProse().size());
+    });
 }

@@ -31,8 +31,6 @@
 #include "engine/model_session.h"
 #include "engine/tensor_layout.h"
 #include "engine/voice.h"
-#include "frontend/normalise.h"
-#include "frontend/unicode.h"
 #include "prose.h"
 
 namespace murmela {
@@ -42,17 +40,6 @@ using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-const std::string& longText() {
-    static const std::string text = bench::prose(5000);
-    return text;
-}
-
-// The long text's first sentence, alone.
-const std::string& shortText() {
-    static const std::string text = encodeUtf8(sentences(normalise(longText())).front());
-    return text;
 }
 
 Voice& paceVoice() {
@@ -65,7 +52,8 @@ Voice& paceVoice() {
 }
 
 void firstAudio(benchmark::State& state) {
-    const std::string& text = state.range(0) == 0 ? shortText() : longText();
+    const std::string& text =
+        state.range(0) == 0 ? bench::firstSentenceOfLongProse() : bench::longProse();
     Voice& voice = paceVoice();
     double audioSeconds = 0, first = 0;
     for (auto _ : state) {

@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <string_view>
 
+#include "frontend/normalise.h"
+#include "frontend/unicode.h"
+
 namespace murmela::bench {
 namespace {
 
@@ -108,6 +111,16 @@ std::string prose(size_t words) {
         written += countWords(sentence);
         text += sentence;
     }
+    return text;
+}
+
+const std::string& longProse() {
+    static const std::string text = prose(5000);
+    return text;
+}
+
+const std::string& firstSentenceOfLongProse() {
+    static const std::string text = encodeUtf8(sentences(normalise(longProse())).front());
     return text;
 }
 

@@ -9,7 +9,6 @@
 #include <stdlib.h>
 
 #include <QCoreApplication>
-#include <QSettings>
 #include <QTimer>
 
 #include <chrono>
@@ -20,6 +19,7 @@
 
 #include "app/speech.h"
 #include "common/voice_format.h"
+#include "model_bench_main.h"
 #include "prose.h"
 
 namespace murmela {
@@ -95,19 +95,5 @@ BENCHMARK(saveMemory)->Arg(1000)->Arg(10000)->Arg(100000)->Iterations(1)->Unit(b
 }  // namespace murmela
 
 int main(int argc, char** argv) {
-    // Saving plays nothing; no sound server is needed.
-    ::setenv("MURMELA_AUDIO", "none", 1);
-    ::unsetenv("MURMELA_DEFAULTS_SUITE");
-    char settings[] = "/tmp/murmela-bench-settings.XXXXXX";
-    if (::mkdtemp(settings) == nullptr) {
-        std::perror("mkdtemp");
-        return 1;
-    }
-    QCoreApplication application(argc, argv);
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settings);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    std::filesystem::remove_all(settings);
-    return 0;
+    return murmela::bench::runModelBenchmarks(argc, argv);
 }

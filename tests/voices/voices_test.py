@@ -24,7 +24,7 @@ import tempfile
 import threading
 import unittest
 
-PROGRAM = RESOURCES = TEST_VOICE = None
+PROGRAM = RESOURCES = TEST_VOICE = NEURAL_VOICES = None
 
 # A Piper-shaped voice whose model is no model: it downloads like a real one and is then refused
 # at its test sentence, which shows the bytes arrived whole (its --sha256 is checked first).
@@ -161,6 +161,40 @@ class VoicesTest(unittest.TestCase):
         self.assertEqual([v["id"] for v in json.loads(self.voices_command("--json").stdout)],
                          ["murmela"])
 
+    def test_downloaded_piper_and_kokoro_voices_install_and_are_listed_by_speaker_and_style(self):
+        # The stand-ins of the published files, served as they are published.
+        piper = NEURAL_VOICES / "piper" / "en_US-test-medium.onnx"
+        kokoro = NEURAL_VOICES / "kokoro"
+        files = self.server.state["files"]
+        files[piper.name] = piper.read_bytes()
+        files[piper.name + ".json"] = pathlib.Path(str(piper) + ".json").read_bytes()
+        for name in ("kokoro-v1.0.onnx", "voices-v1.0.bin"):
+            files[name] = (kokoro / name).read_bytes()
+
+        added = self.voices_command("add", f"{self.base}/files/{piper.name}",
+                                    "--sha256", hashlib.sha256(files[piper.name]).hexdigest())
+        self.assertEqual(added.returncode, 0, added.stderr)
+        self.assertEqual(added.stdout, "en_US-test-medium\n")
+        added = self.voices_command("add", f"{self.base}/files/kokoro-v1.0.onnx",
+                                    f"{self.base}/files/voices-v1.0.bin")
+        self.assertEqual(added.returncode, 0, added.stderr)
+        styles = added.stdout.split()
+        self.assertGreater(len(styles), 1)
+        self.assertTrue(all(style.startswith("kokoro-v1.0/") for style in styles), styles)
+
+        listed = {voice["id"]: voice for voice in json.loads(self.voices_command("--json").stdout)}
+        self.assertEqual(listed["en_US-test-medium"]["kind"], "piper")
+        self.assertEqual(listed["en_US-test-medium"]["language"], "en-US")
+        self.assertEqual([listed[style]["kind"] for style in styles], ["kokoro"] * len(styles))
+        # The installed voices speak as themselves.
+        for voice in ("en_US-test-medium", styles[0]):
+            directory, name = listed[voice]["directory"], voice.partition("/")[2]
+            said = subprocess.run(
+                [PROGRAM, "say", "--raw", "--voice", directory + (":" + name if name else ""),
+                 "Hello."], capture_output=True, env=self.environment(), timeout=120)
+            self.assertEqual(said.returncode, 0, said.stderr)
+            self.assertGreater(len(said.stdout), 1000, voice)
+
     def test_what_is_not_a_voice_or_fails_its_sentence_is_refused_and_leaves_nothing(self):
         notes = self.scratch / "notes"
         notes.mkdir()
@@ -290,6 +324,8 @@ if __name__ == "__main__":
     parser.add_argument("--program", required=True)
     parser.add_argument("--resources", required=True, type=pathlib.Path)
     parser.add_argument("--test-voice", required=True, type=pathlib.Path)
+    parser.add_argument("--neural-voices", required=True, type=pathlib.Path)
     options, rest = parser.parse_known_args()
     PROGRAM, RESOURCES, TEST_VOICE = options.program, options.resources, options.test_voice
+    NEURAL_VOICES = options.neural_voices
     unittest.main(argv=[sys.argv[0], "-v", *rest])
