@@ -23,6 +23,23 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
+// "en_US", "en-us": a tag as the rest of the world writes it, "en-US": lower case but for a
+// region of two letters.
+std::string languageTag(std::string text) {
+    std::replace(text.begin(), text.end(), '_', '-');
+    size_t start = 0;
+    for (int part = 0; start <= text.size(); ++part) {
+        const size_t end = std::min(text.find('-', start), text.size());
+        const bool region = part == 1 && end - start == 2;
+        for (size_t index = start; index < end; ++index) {
+            const auto letter = static_cast<unsigned char>(text[index]);
+            text[index] = static_cast<char>(region ? std::toupper(letter) : std::tolower(letter));
+        }
+        start = end + 1;
+    }
+    return text;
+}
+
 // Kokoro names its styles by language and gender first ("af_heart": American English,
 // female), then by speaker.
 void describeKokoroStyle(VoiceDetails& details) {
@@ -129,7 +146,7 @@ std::vector<VoiceDetails> parsePiperDescription(std::string_view text,
     if (details.language.empty()) {
         details.language = textMember(document.value("espeak", json()), "voice");
     }
-    std::replace(details.language.begin(), details.language.end(), '_', '-');
+    details.language = languageTag(details.language);
     const json audio = document.value("audio", json::object());
     details.quality = textMember(audio, "quality");
     const std::optional<int64_t> rate = audio.is_object() && audio.contains("sample_rate")
