@@ -76,7 +76,8 @@ public:
     double speed() const { return speed_; }
     void setSpeed(double speed);
 
-    // The installed voices, the bundled one first, as they were when the model was made.
+    // The installed voices, the bundled one first, as they were when the model was made or a
+    // voice was last added.
     const std::vector<VoiceOption>& voices() const { return voices_; }
     // The id of the voice that speaks. Assigning one of voices() remembers it in the settings
     // store and, when it differs, ends speaking and lets the old voice go; the new one opens
