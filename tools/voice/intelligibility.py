@@ -41,9 +41,20 @@ SPEEDS = (0.75, 1.0, 1.5)
 LIMIT = 25.0  # percent, at speed 1.0
 
 
-def sentences():
-    lines = (HERE / "test_sentences.txt").read_text(encoding="utf-8").splitlines()
+TEST_SENTENCES = HERE / "test_sentences.txt"
+# Sentences nothing is tuned on, for measuring how close the voice is to its teacher
+# (closeness.py). The teacher text leaves out anything sharing four words with them, too.
+HELD_OUT_SENTENCES = HERE / "heldout_sentences.txt"
+
+
+def sentences(path=TEST_SENTENCES):
+    lines = pathlib.Path(path).read_text(encoding="utf-8").splitlines()
     return [line.strip() for line in lines if line.strip()]
+
+
+def unseen_sentences():
+    """Every sentence the teacher text must not overlap: the test and the held-out ones."""
+    return sentences(TEST_SENTENCES) + sentences(HELD_OUT_SENTENCES)
 
 
 def line_id(index, speed):
