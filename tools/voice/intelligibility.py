@@ -99,16 +99,22 @@ def score_onnx(voice_dir, runner, texts, recogniser, speeds=SPEEDS, log=None):
     return table
 
 
-def score_engine(voice_dir, renderer, texts, recogniser, speeds=SPEEDS, log=None):
+def render_engine(voice_dir, renderer, texts, speeds, outdir):
+    """Speaks every text at every speed through render_text into outdir (<line_id>.f32 and
+    .tokens); returns its printed lines ("NAME FRAMES MILLISECONDS")."""
     lines = ["%s %r %s" % (line_id(i, speed), speed, text)
              for speed in speeds for i, text in enumerate(texts)]
+    return subprocess.run([str(renderer), str(voice_dir), str(outdir)],
+                          input="\n".join(lines) + "\n", check=True,
+                          capture_output=True, text=True).stdout.splitlines()
+
+
+def score_engine(voice_dir, renderer, texts, recogniser, speeds=SPEEDS, log=None):
     with tempfile.TemporaryDirectory() as outdir:
-        printed = subprocess.run([str(renderer), str(voice_dir), outdir],
-                                 input="\n".join(lines) + "\n", check=True,
-                                 capture_output=True, text=True).stdout
+        printed = render_engine(voice_dir, renderer, texts, speeds, outdir)
         if log:
-            frames = sum(int(line.split()[1]) for line in printed.splitlines())
-            ms = sum(float(line.split()[2]) for line in printed.splitlines())
+            frames = sum(int(line.split()[1]) for line in printed)
+            ms = sum(float(line.split()[2]) for line in printed)
             log("engine: %.1f s of audio in %.0f ms" % (frames * 0.0125, ms))
         table = score_parity(outdir, texts, recogniser, speeds, log)
     return {name.replace("murmela", "engine"): value for name, value in table.items()}
