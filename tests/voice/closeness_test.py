@@ -12,7 +12,9 @@ import numpy as np
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools" / "voice"))
 import copy_synthesis  # noqa: E402
 import measures  # noqa: E402
+import recognise  # noqa: E402
 import synth  # noqa: E402
+import teacher  # noqa: E402
 from vocabulary import vocabulary  # noqa: E402
 
 RATE = measures.RATE
@@ -82,6 +84,18 @@ def ids_of(symbols):
     return np.array([vocab[s] for s in symbols], np.int64)
 
 
+class WordErrorRate(unittest.TestCase):
+    def test_the_recogniser_hears_the_same_audio_the_same_after_other_audio(self):
+        # Fast speech is where the decoder's left-over state used to change the words.
+        fast, _ = teacher.speak("The bakery on our street opens at seven in the morning.",
+                                "rms", 2.0)
+        other, _ = teacher.speak("Could you send me the report before lunch tomorrow?", "kal")
+        recogniser = recognise.Recogniser()
+        first = recogniser.samples(fast, RATE)
+        recogniser.samples(other, RATE)
+        self.assertEqual(recogniser.samples(fast, RATE), first)
+
+
 class Durations(unittest.TestCase):
     def test_stress_marks_and_spaces_count_towards_the_sounds_around_them(self):
         ids = ids_of(["k", "\u02c8", "\u00e6", "t", " ", "s", "."])
@@ -139,7 +153,6 @@ class CopySynthesis(unittest.TestCase):
             tone[RATE // 2:RATE] ** 2))
         self.assertLess(abs(level), 2.0)
         self.assertLess(np.max(np.abs(again[:RATE // 8])), 1e-3)
-
 
 if __name__ == "__main__":
     unittest.main()
