@@ -154,5 +154,13 @@ class CopySynthesis(unittest.TestCase):
         self.assertLess(abs(level), 2.0)
         self.assertLess(np.max(np.abs(again[:RATE // 8])), 1e-3)
 
+    def test_the_spectrum_is_framed_as_the_inverse_stft_frames(self):
+        samples = np.random.default_rng(3).standard_normal(RATE // 2) * 0.1
+        frames = len(samples) // synth.HOP
+        spectrum = copy_synthesis.spectrum(samples, frames)
+        again = synth.istft(np.abs(spectrum), np.angle(spectrum), frames)
+        np.testing.assert_allclose(again, samples, atol=1e-5)
+
+
 if __name__ == "__main__":
     unittest.main()

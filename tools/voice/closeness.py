@@ -3,7 +3,7 @@
 different flite voice as a yardstick and to copy-synthesis (the teacher's own frames through
 the vocoder: the ceiling of any model feeding it).
 
-  closeness.py VOICE RENDER_TEXT [--sentences FILE] [--yardstick VOICE] [--verbose]
+  closeness.py VOICE RENDER_TEXT [--sentences FILE] [--yardstick VOICE] [--swap] [--verbose]
 
 VOICE is a voice directory, spoken through the engine as the program uses it
 (tools/voice/render_text). The sentences are tools/voice/heldout_sentences.txt unless
@@ -19,11 +19,14 @@ speed 1.0:
 
 and the word error rate at speeds 1.0 and 2.0 with intelligibility.py's recogniser. The
 teacher's own audio 10 ms later (silence put in front) shows how much the word error rate moves
-for reasons that have nothing to do with the voice.
+for reasons that have nothing to do with the voice. --swap adds the word error rates of the
+vocoder's magnitude with the teacher's phase and of the teacher's magnitude with the vocoder's
+phase, to tell which of the two loses words.
 """
 
 import argparse
 import pathlib
+import subprocess
 import sys
 import tempfile
 
@@ -82,7 +85,13 @@ def engine_phone_pairs(chunks, segments):
                                       segments)
 
 
-def measure(texts, voice_dir, renderer, yardstick, log):
+def flite_voices():
+    """The voices flite has built in; it speaks with its default voice for any other name."""
+    listed = subprocess.run(["flite", "-lv"], check=True, capture_output=True, text=True).stdout
+    return listed.split(":", 1)[-1].split()
+
+
+def measure(texts, voice_dir, renderer, yardstick, swap, log):
     recogniser = recognise.Recogniser()
     constants = synth.VocoderConstants()
     rows = {"teacher": Row("flite %s (teacher)" % TEACHER, compared=False),
@@ -90,6 +99,10 @@ def measure(texts, voice_dir, renderer, yardstick, log):
             "voice": Row("this voice"),
             "yardstick": Row("flite %s" % yardstick),
             "copy": Row("copy-synthesis", timing_known=False)}
+    if swap:
+        for key, name in (("teacher phase", "vocoder mag, teacher phase"),
+                          ("teacher magnitude", "teacher mag, vocoder phase")):
+            rows[key] = Row(name, compared=False, timing_known=False)
 
     def hear(row, speed, text, samples):
         heard = recogniser.samples(samples, synth.RATE)
@@ -110,6 +123,10 @@ def measure(texts, voice_dir, renderer, yardstick, log):
                 hear("delayed", speed, text, np.concatenate([np.zeros(DELAY), spoken]))
                 hear("voice", speed, text, engine)
                 hear("copy", speed, text, copied)
+                if swap:
+                    teacher_phase, teacher_magnitude = copy_synthesis.swapped(spoken, constants)
+                    hear("teacher phase", speed, text, teacher_phase)
+                    hear("teacher magnitude", speed, text, teacher_magnitude)
                 if speed != 1.0:
                     continue
                 reference = measures.Features(spoken)
@@ -128,7 +145,7 @@ def measure(texts, voice_dir, renderer, yardstick, log):
 
 def print_table(rows, sentence_count):
     print("%d sentences; distances to the teacher at speed 1.0" % sentence_count)
-    print("%-24s %7s %9s %7s %14s %8s %8s" % ("audio", "MCD dB", "pitch st", "V/UV %",
+    print("%-28s %7s %9s %7s %14s %8s %8s" % ("audio", "MCD dB", "pitch st", "V/UV %",
                                                "dur ms", "WER 1.0", "WER 2.0"))
     for row in rows.values():
         c = row.closeness
@@ -143,7 +160,7 @@ def print_table(rows, sentence_count):
                                            row.durations.matched_percent())
         rates = " ".join("%8s" % ("-" if row.word_error_rate(s) is None
                                   else "%.1f" % row.word_error_rate(s)) for s in SPEEDS)
-        print("%-24s %s %s %s" % (row.name, distances, timing, rates))
+        print("%-28s %s %s %s" % (row.name, distances, timing, rates))
     for speed in SPEEDS:
         gap = rows["copy"].word_error_rate(speed) - rows["teacher"].word_error_rate(speed)
         print("copy-synthesis at speed %.1f: %+.1f points against the teacher, %s a point"
@@ -157,12 +174,24 @@ def main(argv):
     parser.add_argument("--sentences", type=pathlib.Path,
                         default=intelligibility.HELD_OUT_SENTENCES)
     parser.add_argument("--yardstick", default="slt", help="another of flite's voices")
+    parser.add_argument("--swap", action="store_true",
+                        help="also the teacher's and the vocoder's magnitude and phase swapped")
     parser.add_argument("--verbose", action="store_true")
     args = parser.parse_args(argv)
 
-    texts = intelligibility.sentences(args.sentences)
     log = (lambda message: print(message, flush=True)) if args.verbose else (lambda _: None)
-    rows = measure(texts, args.voice, args.renderer, args.yardstick, log)
+    try:
+        if args.yardstick not in flite_voices():
+            parser.error("flite has no voice %r (flite -lv lists them)" % args.yardstick)
+        texts = intelligibility.sentences(args.sentences)
+        rows = measure(texts, args.voice, args.renderer, args.yardstick, args.swap, log)
+    except subprocess.CalledProcessError as error:
+        print("closeness: %s failed: %s" % (error.cmd[0], (error.stderr or "").strip()),
+              file=sys.stderr)
+        return 2
+    except OSError as error:
+        print("closeness: %s" % error, file=sys.stderr)
+        return 2
     print_table(rows, len(texts))
     return 0
 

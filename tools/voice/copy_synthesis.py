@@ -47,3 +47,25 @@ def resynthesise(samples, constants):
     mel = vocoder_frames(samples)
     mag, phase = synth.vocoder(mel, constants)
     return synth.istft(mag.T, phase.T, mel.shape[1])
+
+
+def spectrum(samples, frames):
+    """[frames, BINS] complex STFT of `samples` framed as Murmela's inverse STFT frames its
+    output (periodic Hann of 1024, frame t centred on sample 300 t + 150), so that the inverse
+    STFT of it gives the samples back."""
+    pad = (synth.NFFT - synth.HOP) // 2
+    padded = np.concatenate([np.zeros(pad), samples, np.zeros(synth.NFFT)])
+    index = np.arange(frames)[:, None] * synth.HOP + np.arange(synth.NFFT)[None, :]
+    return np.fft.rfft(padded[index] * synth.periodic_hann(synth.NFFT), axis=1)
+
+
+def swapped(samples, constants):
+    """Which half of the vocoder's output costs words: (the vocoder's magnitude with the
+    teacher's phase, the teacher's magnitude with the vocoder's phase), as samples."""
+    mel = vocoder_frames(samples)
+    frames = mel.shape[1]
+    mag, phase = synth.vocoder(mel, constants)
+    teacher = spectrum(samples, frames)
+    with_teacher_phase = synth.istft(mag.T, np.angle(teacher), frames)
+    with_teacher_magnitude = synth.istft(np.abs(teacher), phase.T, frames)
+    return with_teacher_phase, with_teacher_magnitude
