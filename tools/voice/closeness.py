@@ -75,13 +75,14 @@ def engine_phone_pairs(chunks, segments):
     """The voice's phone durations against the teacher's, chunk by chunk joined into one token
     sequence. A chunk the engine had to split has more counts than tokens and no timing we
     can place: then none of the sentence counts."""
-    ids, seconds_counts = [], []
+    ids, token_counts = [], []
     for chunk_ids, counts in chunks:
         if len(counts) != len(chunk_ids) + 2:
             return [], len([s for s in segments if s[0] != "pau"])
         ids += chunk_ids
-        seconds_counts += counts[1:-1]
-    return measures.voice_phone_pairs(np.array(ids, np.int64), [0] + seconds_counts + [0],
+        token_counts += counts[1:-1]
+    # One sequence framed by boundary tokens, as a single chunk would be.
+    return measures.voice_phone_pairs(np.array(ids, np.int64), [0] + token_counts + [0],
                                       segments)
 
 
@@ -113,7 +114,6 @@ def measure(texts, voice_dir, renderer, yardstick, swap, log):
         intelligibility.render_engine(voice_dir, renderer, texts, SPEEDS, outdir)
         for i, text in enumerate(texts):
             log(text)
-            reference = None
             for speed in SPEEDS:
                 spoken, segments = teacher.speak(text, TEACHER, speed)
                 engine = np.fromfile(pathlib.Path(outdir) / (intelligibility.line_id(i, speed)
