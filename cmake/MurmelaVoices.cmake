@@ -47,6 +47,7 @@ function(murmela_voice target directory)
     cmake_parse_arguments(PARSE_ARGV 2 arg "" "IDS_TOOL;TABLES" "")
     file(GLOB recipe CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/voice/*.py)
     set(sources ${recipe} ${PROJECT_SOURCE_DIR}/tools/voice/test_sentences.txt
+        ${PROJECT_SOURCE_DIR}/tools/voice/heldout_sentences.txt
         ${PROJECT_SOURCE_DIR}/tools/make_test_voice.py)
     set(ids_arguments "")
     if(arg_IDS_TOOL)

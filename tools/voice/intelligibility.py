@@ -41,9 +41,20 @@ SPEEDS = (0.75, 1.0, 1.5)
 LIMIT = 25.0  # percent, at speed 1.0
 
 
-def sentences():
-    lines = (HERE / "test_sentences.txt").read_text(encoding="utf-8").splitlines()
+TEST_SENTENCES = HERE / "test_sentences.txt"
+# Sentences nothing is tuned on, for measuring how close the voice is to its teacher
+# (closeness.py). The teacher text leaves out anything sharing four words with them, too.
+HELD_OUT_SENTENCES = HERE / "heldout_sentences.txt"
+
+
+def sentences(path=TEST_SENTENCES):
+    lines = pathlib.Path(path).read_text(encoding="utf-8").splitlines()
     return [line.strip() for line in lines if line.strip()]
+
+
+def unseen_sentences():
+    """Every sentence the teacher text must not overlap: the test and the held-out ones."""
+    return sentences(TEST_SENTENCES) + sentences(HELD_OUT_SENTENCES)
 
 
 def line_id(index, speed):
@@ -88,16 +99,22 @@ def score_onnx(voice_dir, runner, texts, recogniser, speeds=SPEEDS, log=None):
     return table
 
 
-def score_engine(voice_dir, renderer, texts, recogniser, speeds=SPEEDS, log=None):
+def render_engine(voice_dir, renderer, texts, speeds, outdir):
+    """Speaks every text at every speed through render_text into outdir (<line_id>.f32 and
+    .tokens); returns its printed lines ("NAME FRAMES MILLISECONDS")."""
     lines = ["%s %r %s" % (line_id(i, speed), speed, text)
              for speed in speeds for i, text in enumerate(texts)]
+    return subprocess.run([str(renderer), str(voice_dir), str(outdir)],
+                          input="\n".join(lines) + "\n", check=True,
+                          capture_output=True, text=True).stdout.splitlines()
+
+
+def score_engine(voice_dir, renderer, texts, recogniser, speeds=SPEEDS, log=None):
     with tempfile.TemporaryDirectory() as outdir:
-        printed = subprocess.run([str(renderer), str(voice_dir), outdir],
-                                 input="\n".join(lines) + "\n", check=True,
-                                 capture_output=True, text=True).stdout
+        printed = render_engine(voice_dir, renderer, texts, speeds, outdir)
         if log:
-            frames = sum(int(line.split()[1]) for line in printed.splitlines())
-            ms = sum(float(line.split()[2]) for line in printed.splitlines())
+            frames = sum(int(line.split()[1]) for line in printed)
+            ms = sum(float(line.split()[2]) for line in printed)
             log("engine: %.1f s of audio in %.0f ms" % (frames * 0.0125, ms))
         table = score_parity(outdir, texts, recogniser, speeds, log)
     return {name.replace("murmela", "engine"): value for name, value in table.items()}

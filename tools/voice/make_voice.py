@@ -124,7 +124,7 @@ def main(argv):
     args = parser.parse_args(argv)
 
     started = time.time()
-    sentences = corpus.sentences(intelligibility.sentences())
+    sentences = corpus.sentences(intelligibility.unseen_sentences())
     if args.ids_tool:
         write_front_end_files(args.out, args.espeak_data)
         id_lists = ids_from_tool(args.ids_tool, args.out, sentences)

@@ -32,7 +32,7 @@ def main(argv):
     frontend = phonemes.Frontend()
     tests = intelligibility.sentences()
     if args.retrain or not pathlib.Path(args.tables).exists():
-        teacher = corpus.sentences(tests)
+        teacher = corpus.sentences(intelligibility.unseen_sentences())
         if args.limit:
             teacher = teacher[:args.limit]
         voice = train.train(teacher, [frontend.ids(s) for s in teacher], args.cache)

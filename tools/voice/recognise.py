@@ -2,8 +2,8 @@
 
 pocketsphinx with its general US English acoustic and language model decodes 16 kHz, 16-bit
 audio. Everything is deterministic: resampling goes through sox without dither, and the
-cepstral mean is taken over the whole utterance (-cmn batch), so one file always gives the
-same words.
+cepstral mean is taken over the whole utterance (-cmn batch), and every utterance starts from
+the decoder's initial state, so one file always gives the same words, whatever came before.
 """
 
 import os
@@ -54,10 +54,14 @@ class Recogniser:
         config.set_string("-dict", os.path.join(MODEL_DIR, "cmudict-en-us.dict"))
         config.set_string("-cmn", "batch")
         config.set_string("-logfn", os.devnull)
+        self.config = config
         self.decoder = Decoder(config)
 
     def pcm16k(self, raw_bytes):
         """Words heard in 16 kHz, 16-bit little-endian mono PCM."""
+        # The decoder keeps state from one utterance to the next (the same audio decoded twice
+        # in a row can give other words), so every utterance starts from a fresh one.
+        self.decoder.reinit(self.config)
         self.decoder.start_utt()
         self.decoder.process_raw(raw_bytes, False, True)
         self.decoder.end_utt()

@@ -5,8 +5,9 @@
 //   render_text VOICE_DIR OUTDIR < lines
 //
 // Each input line is "NAME SPEED TEXT". OUTDIR/NAME.f32 receives the line's samples (its
-// chunks joined) as raw little-endian 32-bit floats at 24 kHz; standard output gets
-// "NAME FRAMES MILLISECONDS" per line.
+// chunks joined) as raw little-endian 32-bit floats at 24 kHz, and OUTDIR/NAME.tokens one line
+// per chunk: its ids, " | ", then its frame counts (boundary tokens included), so durations
+// can be measured per token; standard output gets "NAME FRAMES MILLISECONDS" per line.
 
 #include <chrono>
 #include <cstdint>
@@ -42,9 +43,18 @@ int main(int argc, char** argv) {
             std::getline(fields >> std::ws, text);
             const auto started = std::chrono::steady_clock::now();
             std::vector<float> samples;
+            std::ostringstream tokens;
             voice.speak(text, speed, [&](murmela::SpokenChunk&& chunk) {
                 samples.insert(samples.end(), chunk.result.samples.begin(),
                                chunk.result.samples.end());
+                for (int64_t id : chunk.ids) {
+                    tokens << id << ' ';
+                }
+                tokens << '|';
+                for (int64_t count : chunk.result.frameCounts) {
+                    tokens << ' ' << count;
+                }
+                tokens << '\n';
                 return true;
             });
             const double milliseconds = std::chrono::duration<double, std::milli>(
@@ -53,6 +63,7 @@ int main(int argc, char** argv) {
             std::ofstream file(outdir / (name + ".f32"), std::ios::binary);
             file.write(reinterpret_cast<const char*>(samples.data()),
                        static_cast<std::streamsize>(samples.size() * sizeof(float)));
+            std::ofstream(outdir / (name + ".tokens")) << tokens.str();
             std::printf("%s %zu %.3f\n", name.c_str(), samples.size() / 300, milliseconds);
         }
         return 0;

@@ -27,12 +27,14 @@ def parse_segments(text):
     return segments
 
 
-def speak(sentence):
-    """(samples at 24 kHz as float64, segments)."""
+def speak(sentence, voice="rms", speed=1.0):
+    """(samples at 24 kHz as float64, segments). `voice` is any of flite's built-in voices
+    (`flite -lv`); `speed` above 1 makes it faster, through flite's duration stretch."""
     with tempfile.TemporaryDirectory() as scratch:
         wav16 = os.path.join(scratch, "t16.wav")
-        printed = subprocess.run(["flite", "-voice", "rms", "-psdur", "-t", sentence, "-o", wav16],
-                                 check=True, capture_output=True, text=True).stdout
+        printed = subprocess.run(["flite", "-voice", voice, "--setf",
+                                  "duration_stretch=%r" % (1.0 / speed), "-psdur", "-t", sentence,
+                                  "-o", wav16], check=True, capture_output=True, text=True).stdout
         raw = subprocess.run(["sox", "-D", wav16, "-t", "raw", "-r", str(RATE), "-e", "float",
                               "-b", "32", "-c", "1", "-"], check=True, capture_output=True).stdout
     samples = np.frombuffer(raw, dtype="<f4").astype(np.float64)
