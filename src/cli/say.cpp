@@ -16,14 +16,15 @@
 #include <utility>
 #include <vector>
 
+#include "app/narrator.h"
 #include "app/render_work.h"
+#include "app/speech_output.h"
 #include "audio/wav_stream.h"
 #include "build_info.h"
 #include "cli/input_sentences.h"
-#include "app/narrator.h"
 #include "cli/say_options.h"
-#include "app/speech_output.h"
 #include "common/voice_format.h"
+#include "voices/installed_voice.h"
 
 namespace murmela {
 namespace {
@@ -56,7 +57,10 @@ TextSource sentencesOf(InputSentences& input) {
 
 std::shared_ptr<Voice> openVoice(const SayOptions& options) {
     try {
-        return openWarmVoice(options.voice);
+        if (!options.voice) {
+            return openWarmVoice(std::nullopt);
+        }
+        return openWarmVoice(chooseVoice(*options.voice, VoiceStore(VoiceLocations::standard())));
     } catch (...) {
         throw SayFailure{sayVoiceMissing, errorDescription(std::current_exception())};
     }

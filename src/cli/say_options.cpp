@@ -66,11 +66,10 @@ SayOptions parseSayOptions(const std::vector<std::string>& arguments) {
             }
             wantsFile = true;
         } else if (name == "--voice" || name == "-v") {
-            const std::string choice = value();
-            if (choice.empty()) {
-                throw UsageError(name + " needs a voice directory");
+            options.voice = value();
+            if (options.voice->empty()) {
+                throw UsageError(name + " needs a voice's id or directory");
             }
-            options.voice = parseVoiceChoice(choice);
         } else if (name == "--raw") {
             noValue();
             wantsRaw = true;
@@ -102,8 +101,8 @@ SayOptions parseSayOptions(const std::vector<std::string>& arguments) {
 
 std::string sayUsage() {
     return std::string(
-               "Usage: murmela say [--voice DIR[:NAME]] [--speed S] [--output FILE.wav | --raw]\n"
-               "                   [TEXT...]\n"
+               "Usage: murmela say [--voice ID|DIR[:NAME]] [--speed S]\n"
+               "                   [--output FILE.wav | --raw] [TEXT...]\n"
                "\n"
                "Speaks TEXT, or standard input when no text is given, with Murmela's voice.\n"
                "Standard input is read as it arrives: each sentence is spoken as soon as it is\n"
@@ -113,10 +112,13 @@ std::string sayUsage() {
                "  -s, --speed S        speaking speed from ") +
            speedRangeText +
            " (default 1)\n"
-           "  -v, --voice DIR[:NAME]  speak with the voice in DIR: a Kokoro or Piper voice as\n"
-           "                       downloaded, NAME picking the Kokoro voice (af_heart) or the\n"
-           "                       Piper speaker; the default is $MURMELA_VOICE, else the\n"
-           "                       bundled voice\n"
+           "  -v, --voice ID|DIR[:NAME]\n"
+           "                       speak with the installed voice ID (murmela voices lists\n"
+           "                       them; murmela-slt is the second bundled voice), or with\n"
+           "                       the voice in DIR: a Kokoro or Piper voice as downloaded,\n"
+           "                       NAME picking the Kokoro voice (af_heart) or the Piper\n"
+           "                       speaker; a directory that exists wins over an id. The\n"
+           "                       default is $MURMELA_VOICE, else the bundled voice\n"
            "  -o, --output FILE    write a WAV file (16-bit, mono, 24000 Hz) instead of playing\n"
            "      --raw            write raw 16-bit little-endian mono samples at 24000 Hz to\n"
            "                       standard output as they are made, for example:\n"

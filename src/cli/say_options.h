@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "engine/voice_choice.h"
-
 namespace murmela {
 
 struct SayOptions {
@@ -18,7 +16,7 @@ struct SayOptions {
     Destination destination = Destination::device;
     std::filesystem::path wavFile;     // for Destination::wavFile
     std::optional<std::string> text;   // the words given, joined by spaces; none: standard input
-    std::optional<VoiceChoice> voice;  // --voice DIR[:NAME]; none: the usual voice
+    std::optional<std::string> voice;  // --voice as given (chooseVoice); none: the usual voice
     bool help = false;
     bool version = false;
 };

@@ -1,8 +1,18 @@
 #include "voices/installed_voice.h"
 
 #include <algorithm>
+#include <system_error>
+
+#include "voices/voices_failure.h"
 
 namespace murmela {
+namespace {
+
+VoiceChoice choiceOf(const InstalledVoice& voice) {
+    return VoiceChoice(voice.directory, voice.details.style);
+}
+
+}  // namespace
 
 std::optional<InstalledVoice> findVoice(const VoiceListing& listing, std::string_view id) {
     const auto found = std::find_if(listing.voices.begin(), listing.voices.end(),
@@ -22,7 +32,22 @@ std::string voiceIds(const VoiceListing& listing) {
 }
 
 std::shared_ptr<Voice> openInstalledVoice(const InstalledVoice& voice) {
-    return openWarmVoice(VoiceChoice(voice.directory, voice.details.style));
+    return openWarmVoice(choiceOf(voice));
+}
+
+VoiceChoice chooseVoice(std::string_view text, const VoiceStore& store) {
+    VoiceChoice given = parseVoiceChoice(text);
+    std::error_code ignored;
+    if (std::filesystem::is_directory(given.directory, ignored)) {
+        return given;
+    }
+    const VoiceListing listing = store.list();
+    if (const std::optional<InstalledVoice> voice = findVoice(listing, text)) {
+        return choiceOf(*voice);
+    }
+    throw VoicesFailure(VoicesFailure::Kind::notFound, "no voice directory or installed voice " +
+                                                           std::string(text) +
+                                                           "; installed: " + voiceIds(listing));
 }
 
 }  // namespace murmela

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "engine/voice.h"
+#include "engine/voice_choice.h"
 #include "voices/voice_store.h"
 
 namespace murmela {
@@ -19,5 +20,10 @@ std::string voiceIds(const VoiceListing& listing);
 
 // Opens `voice` and warms it up (openWarmVoice); its errors are passed on unchanged.
 std::shared_ptr<Voice> openInstalledVoice(const InstalledVoice& voice);
+
+// The voice `text` names on a command line: an existing directory, read as parseVoiceChoice
+// reads it (DIR or DIR:NAME), else the id of a voice `store` lists. Throws
+// VoicesFailure::notFound, naming the installed ids, when it is neither.
+VoiceChoice chooseVoice(std::string_view text, const VoiceStore& store);
 
 }  // namespace murmela

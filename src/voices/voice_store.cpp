@@ -11,6 +11,7 @@
 
 #include "common/error_description.h"
 #include "engine/voice_files.h"
+#include "files/files.h"
 #include "voices/voices_failure.h"
 
 namespace murmela {
@@ -94,7 +95,11 @@ VoiceLocations VoiceLocations::standard() {
     } else if (const std::optional<fs::path> home = environmentPath("HOME")) {
         locations.user = *home / ".local" / "share" / "murmela" / "voices";
     }
-    locations.system = "/usr/share/murmela/voices";
+    // Beside the bundled voice: /usr/share/murmela/voices when installed, and in a build tree
+    // the build's own, where the second bundled voice is staged.
+    if (const std::optional<fs::path> resources = resourceDirectory()) {
+        locations.system = *resources / "voices";
+    }
     return locations;
 }
 
@@ -122,7 +127,9 @@ VoiceListing VoiceStore::list() const {
     if (locations_.user) {
         addFolder(listing, taken, *locations_.user, VoicePlace::user);
     }
-    addFolder(listing, taken, locations_.system, VoicePlace::system);
+    if (locations_.system) {
+        addFolder(listing, taken, *locations_.system, VoicePlace::system);
+    }
     return listing;
 }
 

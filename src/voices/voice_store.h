@@ -1,8 +1,9 @@
 #pragma once
 // Where voices live, and the one list of installed voices every front door shows: the bundled
 // voice among the resources, the voices a user added ($XDG_DATA_HOME/murmela/voices) and those
-// installed for all users (/usr/share/murmela/voices). One voice directory each; a Kokoro pack
-// or a multi-speaker Piper model gives one voice per style or speaker.
+// installed for all users (voices/ among the resources: /usr/share/murmela/voices). One voice
+// directory each; a Kokoro pack or a multi-speaker Piper model gives one voice per style or
+// speaker.
 
 #include <cstdint>
 #include <filesystem>
@@ -22,10 +23,10 @@ std::string_view placeName(VoicePlace place);
 struct VoiceLocations {
     std::optional<std::filesystem::path> bundled;  // the resources' Voice/ directory
     std::optional<std::filesystem::path> user;     // nothing when there is no home to put it in
-    std::filesystem::path system;
+    std::optional<std::filesystem::path> system;   // the resources' voices/ folder
 
-    // From the environment: the resources as every program finds them, $XDG_DATA_HOME (when
-    // absolute) or $HOME/.local/share, and /usr/share.
+    // From the environment: the resources as every program finds them (resourceDirectory()),
+    // and $XDG_DATA_HOME (when absolute) or $HOME/.local/share.
     static VoiceLocations standard();
 };
 

@@ -428,8 +428,10 @@ Lists, adds and removes the voices Murmela speaks with. No display is needed.
 
   remove ID              removes a voice you added (a Kokoro pack by its folder's name)
 
-Voices live in $XDG_DATA_HOME/murmela/voices (~/.local/share/murmela/voices), for all
-users in /usr/share/murmela/voices, and the bundled one, "murmela", among the resources.
+Voices live in three places: the bundled one, "murmela", among the resources
+(/usr/share/murmela/Voice); yours in $XDG_DATA_HOME/murmela/voices
+(~/.local/share/murmela/voices); and those for all users, the second bundled voice
+"murmela-slt" among them, in the resources' voices/ (/usr/share/murmela/voices).
 
 Exit status: 0 done, 1 an unexpected error, 2 bad arguments, 3 not found (file, address
 or id), 4 no network (unreachable, or the download broke off), 5 a wrong checksum or a

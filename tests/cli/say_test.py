@@ -391,6 +391,10 @@ class SayWithDownloadedVoices(unittest.TestCase):
             self.assertEqual(result.stdout, b"")
         fails(say("--raw", "--voice", str(NEURAL / "bad" / "piper-no-settings"), "Hello."), 5,
               "voice: en_US-lost-medium.onnx.json missing")
+        # Neither a directory nor an installed voice's id: the ids there are (no user's voices).
+        fails(say("--raw", "--voice", "nobody-here", "Hello.",
+                  env=environment(XDG_DATA_HOME=str(self.scratch))), 5,
+              "no voice directory or installed voice nobody-here; installed: murmela, murmela-slt")
         fails(say("--raw", "--voice", str(NEURAL / "kokoro") + ":zz_nobody", "Hello."), 5,
               "voice: voices-v1.0.bin has no voice zz_nobody")
         fails(say("--raw", "--voice", str(NEURAL / "bad" / "piper-rate-zero"), "Hello."), 5,

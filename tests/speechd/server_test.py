@@ -132,8 +132,11 @@ def spd_say_lists_and_picks_voices(server, recogniser, scratch):
     environment = dict(os.environ, SPEECHD_ADDRESS=server.address)
     listed = subprocess.run(["spd-say", "-o", "murmela", "-L"], timeout=60, env=environment,
                             capture_output=True, text=True)
-    names = [line.split()[0] for line in listed.stdout.splitlines()[1:] if line.strip()]
-    check(names == ["Murmela", "second"], "spd-say -L lists the installed voices: %r" % names)
+    # NAME LANGUAGE VARIANT, in columns; a name may hold spaces.
+    names = [line.rsplit(None, 2)[0].strip() for line in listed.stdout.splitlines()[1:]
+             if line.strip()]
+    check(names == ["Murmela", "second", "Murmela cmu_us_slt"],
+          "spd-say -L lists the installed voices, the second bundled one last: %r" % names)
     recording = Recording(scratch, "spd-say-second")
     said = subprocess.run(["spd-say", "-o", "murmela", "-y", "second", "-w", SENTENCES[0]],
                           timeout=60, env=environment)

@@ -18,7 +18,8 @@ set(expected
     share/murmela/murmela-tokens.json
     share/murmela/Licenses/Kokoro-82M.txt)
 if(VOICE)
-    list(APPEND expected share/murmela/Voice/voice.json share/murmela/Licenses/flite-cmu_us_rms.txt)
+    list(APPEND expected share/murmela/Voice/voice.json share/murmela/voices/murmela-slt/voice.json
+        share/murmela/Licenses/flite-cmu_us_rms.txt)
 endif()
 foreach(path IN LISTS expected)
     if(NOT EXISTS ${PREFIX}/${path})

@@ -1,5 +1,5 @@
 // The installed voices' list, their ids and places, installing without replacing, removing only
-// what the user added, and the command line of `murmela voices`.
+// what the user added, picking a voice by its id, and the command line of `murmela voices`.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +11,7 @@
 
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
+#include "voices/installed_voice.h"
 #include "voices/voice_store.h"
 #include "voices/voices_command.h"
 #include "voices/voices_failure.h"
@@ -153,12 +154,14 @@ TEST(VoiceStore, RemovesOnlyTheUsersVoicesAndPacksWhole) {
     EXPECT_TRUE(fs::exists(root / "resources" / "Voice" / "voice.json"));
 }
 
-TEST(VoiceStore, StandardLocationsFollowXdgDataHomeThenHome) {
+TEST(VoiceStore, StandardLocationsFollowXdgDataHomeThenHomeAndTheResources) {
     TemporaryDirectory root;
     const char* savedData = std::getenv("XDG_DATA_HOME");
     const char* savedHome = std::getenv("HOME");
+    const char* savedResources = std::getenv("MURMELA_RESOURCES");
     const std::string data = savedData ? savedData : "";
     const std::string home = savedHome ? savedHome : "";
+    const std::string resources = savedResources ? savedResources : "";
 
     ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
     EXPECT_EQ(VoiceLocations::standard().user, root / "data" / "murmela" / "voices");
@@ -170,10 +173,53 @@ TEST(VoiceStore, StandardLocationsFollowXdgDataHomeThenHome) {
     ::unsetenv("XDG_DATA_HOME");
     ::unsetenv("HOME");
     EXPECT_EQ(VoiceLocations::standard().user, std::nullopt);
-    EXPECT_EQ(VoiceLocations::standard().system, "/usr/share/murmela/voices");
+
+    // The voices for all users are the resources' own, as the second bundled voice is: listed
+    // as a system voice, which only the package manager removes.
+    murmela::testing::copyTestVoice(root / "resources" / "voices" / "murmela-slt");
+    ::setenv("MURMELA_RESOURCES", (root / "resources").c_str(), 1);
+    ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
+    const VoiceStore store(VoiceLocations::standard());
+    const VoiceListing listing = store.list();
+    ASSERT_EQ(listing.voices.size(), 1u);  // no Voice/ among these resources
+    EXPECT_EQ(listing.voices[0].id, "murmela-slt");
+    EXPECT_EQ(listing.voices[0].place, VoicePlace::system);
+    const VoicesFailure removal = failureOf([&] { store.remove("murmela-slt"); });
+    EXPECT_EQ(removal.kind(), VoicesFailure::Kind::refused);
+    EXPECT_THAT(removal.what(), HasSubstr("package manager"));
+    EXPECT_TRUE(fs::exists(root / "resources" / "voices" / "murmela-slt" / "voice.json"));
 
     savedData ? ::setenv("XDG_DATA_HOME", data.c_str(), 1) : ::unsetenv("XDG_DATA_HOME");
     savedHome ? ::setenv("HOME", home.c_str(), 1) : ::unsetenv("HOME");
+    savedResources ? ::setenv("MURMELA_RESOURCES", resources.c_str(), 1)
+                   : ::unsetenv("MURMELA_RESOURCES");
+}
+
+TEST(VoiceStore, ACommandLinesVoiceIsAnExistingDirectoryElseAnInstalledId) {
+    TemporaryDirectory root;
+    const VoiceStore store = storeIn(root);
+    writePiper(root / "system" / "theirs", "theirs", "{}");
+    writePiper(root / "user" / "pack", "pack", R"({"a": 0, "b": 1})");
+
+    EXPECT_EQ(chooseVoice("murmela", store), VoiceChoice(root / "resources" / "Voice"));
+    EXPECT_EQ(chooseVoice("theirs", store), VoiceChoice(root / "system" / "theirs"));
+    EXPECT_EQ(chooseVoice("pack/b", store), VoiceChoice(root / "user" / "pack", "b"));
+    // A directory given by its path, with or without a name, is taken as it is.
+    const std::string pack = (root / "user" / "pack").string();
+    EXPECT_EQ(chooseVoice(pack + ":a", store), VoiceChoice(root / "user" / "pack", "a"));
+    EXPECT_EQ(chooseVoice(pack, store), VoiceChoice(root / "user" / "pack"));
+
+    // A folder of the working directory wins over the installed voice of the same name.
+    const fs::path before = fs::current_path();
+    fs::create_directories(root / "here" / "theirs");
+    fs::current_path(root / "here");
+    const VoiceChoice local = chooseVoice("theirs", store);
+    fs::current_path(before);
+    EXPECT_EQ(local, VoiceChoice("theirs"));
+
+    const VoicesFailure unknown = failureOf([&] { chooseVoice("nobody", store); });
+    EXPECT_EQ(unknown.kind(), VoicesFailure::Kind::notFound);
+    EXPECT_THAT(unknown.what(), HasSubstr("nobody; installed: murmela, pack/a, pack/b, theirs"));
 }
 
 TEST(VoicesCommandLine, ReadsActionsAndOptionsAndRefusesWhatMakesNoSense) {

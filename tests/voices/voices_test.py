@@ -8,6 +8,7 @@ machine.
 """
 
 import argparse
+import array
 import hashlib
 import http.server
 import json
@@ -109,14 +110,18 @@ class VoicesTest(unittest.TestCase):
         self.server.server_close()
         shutil.rmtree(self.scratch)
 
-    def environment(self):
-        env = {k: v for k, v in os.environ.items() if k not in ("DISPLAY", "WAYLAND_DISPLAY")}
-        env.update(MURMELA_RESOURCES=str(RESOURCES), XDG_DATA_HOME=str(self.data))
+    def environment(self, in_place=False):
+        """in_place: the program finds its resources from its own place in the build tree."""
+        env = {k: v for k, v in os.environ.items()
+               if k not in ("DISPLAY", "WAYLAND_DISPLAY", "MURMELA_RESOURCES")}
+        env.update(XDG_DATA_HOME=str(self.data))
+        if not in_place:
+            env.update(MURMELA_RESOURCES=str(RESOURCES))
         return env
 
-    def voices_command(self, *arguments, prefix=()):
+    def voices_command(self, *arguments, prefix=(), in_place=False):
         return subprocess.run([*prefix, PROGRAM, "voices", *arguments], capture_output=True,
-                              text=True, env=self.environment(), timeout=120)
+                              text=True, env=self.environment(in_place), timeout=120)
 
     def assertFails(self, result, code, message):
         self.assertEqual(result.returncode, code, result.stderr)
@@ -142,8 +147,11 @@ class VoicesTest(unittest.TestCase):
         self.assertEqual(table.returncode, 0, table.stderr)
         rows = [line.split() for line in table.stdout.splitlines()]
         self.assertEqual(rows[0][:4], ["ID", "NAME", "LANGUAGE", "KIND"])
-        self.assertEqual([row[0] for row in rows[1:]], ["murmela", "tones"])
+        # The second bundled voice is installed for all users, so listed after the user's.
+        self.assertEqual([row[0] for row in rows[1:]], ["murmela", "tones", "murmela-slt"])
         listed = {voice["id"]: voice for voice in json.loads(self.voices_command("--json").stdout)}
+        self.assertEqual(listed["murmela-slt"]["place"], "system")
+        self.assertEqual(listed["murmela-slt"]["name"], "Murmela cmu_us_slt")
         self.assertEqual(listed["tones"]["place"], "user")
         self.assertEqual(listed["tones"]["kind"], "murmela")
         self.assertEqual(listed["tones"]["sampleRate"], 24000)
@@ -154,12 +162,28 @@ class VoicesTest(unittest.TestCase):
         self.assertFails(self.voices_command("add", "--name", "tones", str(TEST_VOICE)), 8,
                          "tones is installed already")
         self.assertFails(self.voices_command("remove", "murmela"), 8, "bundled")
+        self.assertFails(self.voices_command("remove", "murmela-slt"), 8, "package manager")
         self.assertFails(self.voices_command("remove", "nobody"), 3, "no voice nobody")
         removed = self.voices_command("remove", "tones")
         self.assertEqual(removed.returncode, 0, removed.stderr)
         self.assertNothingInstalled()
         self.assertEqual([v["id"] for v in json.loads(self.voices_command("--json").stdout)],
-                         ["murmela"])
+                         ["murmela", "murmela-slt"])
+
+    def test_the_built_program_lists_and_speaks_the_second_bundled_voice(self):
+        listed = self.voices_command("--json", in_place=True)
+        self.assertEqual(listed.returncode, 0, listed.stderr)
+        voices = {voice["id"]: voice for voice in json.loads(listed.stdout)}
+        self.assertEqual(voices["murmela-slt"]["place"], "system")
+        self.assertEqual(pathlib.Path(voices["murmela-slt"]["directory"]).resolve(),
+                         (RESOURCES / "voices" / "murmela-slt").resolve())
+        said = subprocess.run([PROGRAM, "say", "--raw", "--voice", "murmela-slt", "Hello there."],
+                              capture_output=True, env=self.environment(in_place=True),
+                              timeout=120)
+        self.assertEqual(said.returncode, 0, said.stderr)
+        samples = array.array("h", said.stdout[:len(said.stdout) // 2 * 2])
+        self.assertGreater(len(samples), 24000 // 2)  # half a second at least
+        self.assertGreater(max(abs(value) for value in samples), 1000)  # not silence
 
     def test_downloaded_piper_and_kokoro_voices_install_and_are_listed_by_speaker_and_style(self):
         # The stand-ins of the published files, served as they are published.
@@ -186,12 +210,10 @@ class VoicesTest(unittest.TestCase):
         self.assertEqual(listed["en_US-test-medium"]["kind"], "piper")
         self.assertEqual(listed["en_US-test-medium"]["language"], "en-US")
         self.assertEqual([listed[style]["kind"] for style in styles], ["kokoro"] * len(styles))
-        # The installed voices speak as themselves.
+        # The installed voices speak as themselves, picked by their ids.
         for voice in ("en_US-test-medium", styles[0]):
-            directory, name = listed[voice]["directory"], voice.partition("/")[2]
-            said = subprocess.run(
-                [PROGRAM, "say", "--raw", "--voice", directory + (":" + name if name else ""),
-                 "Hello."], capture_output=True, env=self.environment(), timeout=120)
+            said = subprocess.run([PROGRAM, "say", "--raw", "--voice", voice, "Hello."],
+                                  capture_output=True, env=self.environment(), timeout=120)
             self.assertEqual(said.returncode, 0, said.stderr)
             self.assertGreater(len(said.stdout), 0, voice)
 
