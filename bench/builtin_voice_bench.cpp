@@ -1,5 +1,5 @@
-// The voice built from the teacher (tools/voice), as the program runs it: about ten seconds of
-// everyday speech, from text to samples, chunk by chunk through the front end and the model
+// The voices built from their teachers (tools/voice), as the program runs them: about ten seconds
+// of everyday speech, from text to samples, chunk by chunk through the front end and the model
 // runner. The target is well under a second for ten seconds of audio on one core; run it
 // under `taskset -c 0` to hold it to one.
 
@@ -19,8 +19,8 @@ const char* const text =
     "until it got dark. Can you tell me where the nearest train station is? We ran out of "
     "sugar, so I went to the market.";
 
-void renderTenSeconds(benchmark::State& state) {
-    Voice voice(VoiceChoice(MURMELA_VOICE_DIR));  // warmed up as the program is at load
+void renderTenSeconds(benchmark::State& state, const char* directory) {
+    Voice voice{VoiceChoice(directory)};  // warmed up as the program is at load
     const auto render = [&] {
         size_t samples = 0;
         voice.speak(text, 1.0, [&](SpokenChunk&& chunk) {
@@ -39,7 +39,14 @@ void renderTenSeconds(benchmark::State& state) {
     state.counters["xRealTime"] = benchmark::Counter(
         seconds * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
-BENCHMARK(renderTenSeconds)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(2.0);
+BENCHMARK_CAPTURE(renderTenSeconds, rms, MURMELA_VOICE_DIR)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MinTime(2.0);
+BENCHMARK_CAPTURE(renderTenSeconds, slt, MURMELA_SECOND_VOICE_DIR)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MinTime(2.0);
 
 }  // namespace
 

@@ -30,46 +30,19 @@ function(murmela_test_voice target directory)
     add_custom_target(${target} ALL DEPENDS ${stamp})
 endfunction()
 
-# The voice built from the flite teacher (tools/voice). Training takes minutes, so its tables
-# are cached under a key of everything they depend on, in MURMELA_VOICE_CACHE.
-if(DEFINED ENV{MURMELA_CACHE_DIR})
-    set(murmela_voice_cache_default $ENV{MURMELA_CACHE_DIR}/voice)
-else()
-    set(murmela_voice_cache_default ${PROJECT_SOURCE_DIR}/.cache/voice)
-endif()
-set(MURMELA_VOICE_CACHE ${murmela_voice_cache_default} CACHE PATH
-    "Where the voice recipe keeps its trained tables between builds")
-
-# murmela_voice(<target> <directory> [IDS_TOOL <target>] [TABLES <file>]): the voice, written
-# to <directory>. With IDS_TOOL the recipe takes its token ids from that program (Murmela's own
-# front end); with TABLES it also keeps the trained tables there (the export check reads them).
+# murmela_voice(<target> <directory> TEACHER <name>): a bundled voice, exported into <directory>
+# from the network weights trained from flite's voice <name> and committed in tools/voice/trained.
 function(murmela_voice target directory)
-    cmake_parse_arguments(PARSE_ARGV 2 arg "" "IDS_TOOL;TABLES" "")
+    cmake_parse_arguments(PARSE_ARGV 2 arg "" "TEACHER" "")
     file(GLOB recipe CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/voice/*.py)
-    set(sources ${recipe} ${PROJECT_SOURCE_DIR}/tools/voice/test_sentences.txt
-        ${PROJECT_SOURCE_DIR}/tools/voice/heldout_sentences.txt
-        ${PROJECT_SOURCE_DIR}/tools/make_test_voice.py)
-    set(ids_arguments "")
-    if(arg_IDS_TOOL)
-        set(ids_arguments --ids-tool $<TARGET_FILE:${arg_IDS_TOOL}>)
-        list(APPEND sources ${arg_IDS_TOOL})
-    endif()
-    set(tables_arguments "")
-    if(arg_TABLES)
-        set(tables_arguments --tables ${arg_TABLES})
-    endif()
+    set(trained ${PROJECT_SOURCE_DIR}/tools/voice/trained/cmu_us_${arg_TEACHER}.npz)
     add_custom_command(
         OUTPUT ${directory}/voice.json
-        BYPRODUCTS ${arg_TABLES}
         COMMAND ${CMAKE_COMMAND} -E rm -rf ${directory}
-        # In a sanitizer build the ids tool is instrumented too; espeak-ng's process-wide
-        # allocations are not this build step's concern.
-        COMMAND ${CMAKE_COMMAND} -E env ASAN_OPTIONS=detect_leaks=0
-            ${MURMELA_PYTHON} ${PROJECT_SOURCE_DIR}/tools/voice/make_voice.py
-            --out ${directory} --espeak-data ${MURMELA_ESPEAK_DATA}
-            --cache ${MURMELA_VOICE_CACHE} ${tables_arguments} ${ids_arguments}
-        DEPENDS ${sources}
-        COMMENT "Building the voice in ${directory} (minutes when its tables are not cached)"
+        COMMAND ${MURMELA_PYTHON} ${PROJECT_SOURCE_DIR}/tools/voice/make_voice.py build
+            --teacher ${arg_TEACHER} --out ${directory} --espeak-data ${MURMELA_ESPEAK_DATA}
+        DEPENDS ${recipe} ${trained} ${PROJECT_SOURCE_DIR}/tools/make_test_voice.py
+        COMMENT "Exporting the voice in ${directory}"
         VERBATIM)
     add_custom_target(${target} ALL DEPENDS ${directory}/voice.json)
 endfunction()

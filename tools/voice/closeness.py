@@ -1,12 +1,14 @@
 #!/usr/bin/python3
-"""How close a voice is to its teacher (flite's cmu_us_rms) on the same sentences, next to a
+"""How close a voice is to its teacher (one of flite's voices) on the same sentences, next to a
 different flite voice as a yardstick and to copy-synthesis (the teacher's own frames through
 the vocoder: the ceiling of any model feeding it).
 
-  closeness.py VOICE RENDER_TEXT [--sentences FILE] [--yardstick VOICE] [--swap] [--verbose]
+  closeness.py VOICE RENDER_TEXT [--teacher NAME] [--sentences FILE] [--yardstick NAME] [--swap]
+               [--verbose]
 
 VOICE is a voice directory, spoken through the engine as the program uses it
-(tools/voice/render_text). The sentences are tools/voice/heldout_sentences.txt unless
+(tools/voice/render_text); its teacher is flite's NAME voice (rms unless told), the yardstick
+another of flite's voices (slt, or rms when slt is the teacher). The sentences are tools/voice/heldout_sentences.txt unless
 --sentences names another file. For each kind of audio it prints, against the teacher at
 speed 1.0:
 
@@ -43,7 +45,6 @@ import synth  # noqa: E402
 import teacher  # noqa: E402
 
 SPEEDS = (1.0, 2.0)
-TEACHER = "rms"
 DELAY = 240  # samples: 10 ms
 
 
@@ -92,10 +93,10 @@ def flite_voices():
     return listed.split(":", 1)[-1].split()
 
 
-def measure(texts, voice_dir, renderer, yardstick, swap, log):
+def measure(texts, voice_dir, renderer, teacher_voice, yardstick, swap, log):
     recogniser = recognise.Recogniser()
     constants = synth.VocoderConstants()
-    rows = {"teacher": Row("flite %s (teacher)" % TEACHER, compared=False),
+    rows = {"teacher": Row("flite %s (teacher)" % teacher_voice, compared=False),
             "delayed": Row("the teacher 10 ms later", compared=False),
             "voice": Row("this voice"),
             "yardstick": Row("flite %s" % yardstick),
@@ -115,7 +116,7 @@ def measure(texts, voice_dir, renderer, yardstick, swap, log):
         for i, text in enumerate(texts):
             log(text)
             for speed in SPEEDS:
-                spoken, segments = teacher.speak(text, TEACHER, speed)
+                spoken, segments = teacher.speak(text, teacher_voice, speed)
                 engine = np.fromfile(pathlib.Path(outdir) / (intelligibility.line_id(i, speed)
                                                              + ".f32"), "<f4")
                 copied = copy_synthesis.resynthesise(spoken, constants)
@@ -173,7 +174,8 @@ def main(argv):
     parser.add_argument("renderer", type=pathlib.Path)
     parser.add_argument("--sentences", type=pathlib.Path,
                         default=intelligibility.HELD_OUT_SENTENCES)
-    parser.add_argument("--yardstick", default="slt", help="another of flite's voices")
+    parser.add_argument("--teacher", default="rms", help="the flite voice the voice learnt from")
+    parser.add_argument("--yardstick", help="another of flite's voices")
     parser.add_argument("--swap", action="store_true",
                         help="also the teacher's and the vocoder's magnitude and phase swapped")
     parser.add_argument("--verbose", action="store_true")
@@ -181,10 +183,12 @@ def main(argv):
 
     log = (lambda message: print(message, flush=True)) if args.verbose else (lambda _: None)
     try:
-        if args.yardstick not in flite_voices():
-            parser.error("flite has no voice %r (flite -lv lists them)" % args.yardstick)
+        yardstick = args.yardstick or ("rms" if args.teacher == "slt" else "slt")
+        for name in (args.teacher, yardstick):
+            if name not in flite_voices():
+                parser.error("flite has no voice %r (flite -lv lists them)" % name)
         texts = intelligibility.sentences(args.sentences)
-        rows = measure(texts, args.voice, args.renderer, args.yardstick, args.swap, log)
+        rows = measure(texts, args.voice, args.renderer, args.teacher, yardstick, args.swap, log)
     except subprocess.CalledProcessError as error:
         print("closeness: %s failed: %s" % (error.cmd[0], (error.stderr or "").strip()),
               file=sys.stderr)

@@ -33,14 +33,15 @@ def sentences(test_sentences):
     return chosen
 
 
-def load(sentence, cache):
-    """(samples at 24 kHz, segments) for one sentence, rendered once."""
-    key = hashlib.sha1(sentence.encode("utf-8")).hexdigest()[:16]
+def load(sentence, cache, voice):
+    """(samples at 24 kHz, segments) for one sentence in one of flite's voices, rendered
+    once."""
+    key = voice + "-" + hashlib.sha1(sentence.encode("utf-8")).hexdigest()[:16]
     audio = pathlib.Path(cache) / (key + ".npy")
     segs = pathlib.Path(cache) / (key + ".json")
     if audio.exists() and segs.exists():
         return np.load(audio), [tuple(s) for s in json.loads(segs.read_text())]
-    samples, segments = teacher.speak(sentence)
+    samples, segments = teacher.speak(sentence, voice)
     pathlib.Path(cache).mkdir(parents=True, exist_ok=True)
     np.save(audio, samples.astype(np.float32))
     segs.write_text(json.dumps(segments))

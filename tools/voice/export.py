@@ -1,13 +1,14 @@
-"""The voice's three ONNX models (opset 13), built from the trained tables and the constants
+"""The voice's three ONNX models (opset 13), built from the trained network and the constants
 of synth.py, which computes the same thing in numpy."""
 
 import numpy as np
 import onnx
 from onnx import TensorProto, helper, numpy_helper
 
+import contexts
 import layout
 import synth
-from layout import ANCHORS, CLASSES, PARAMS, STRESS_LEVELS, UNIT_S
+from layout import ANCHORS, PARAMS, UNIT_S
 
 OPSET = 13
 FLOAT, FLOAT16, INT64, BOOL = TensorProto.FLOAT, TensorProto.FLOAT16, TensorProto.INT64, TensorProto.BOOL
@@ -65,43 +66,62 @@ class Graph:
         return built
 
 
+def contexts_and_network(g, voice, ids):
+    """What contexts.token_contexts and network.predict compute, for ids [1, B]: the network's
+    outputs [1, B, OUTPUTS] and the chunk's question flag [1, B, 1]."""
+    t = voice["symbols"]
+    w = voice["weights"]
+    embed = g.const(w["embed"].astype(np.float32), "embed")
+    window = [g.op("Gather", [embed, g.shift(ids, -offset, 1, 2)]) for offset in contexts.OFFSETS]
+
+    ones = g.op("Add", [g.op("Mul", [g.op("Cast", [ids], to=FLOAT), g.f(0.0)]), g.f(1.0)])
+    index = g.op("Sub", [g.op("CumSum", [ones, g.i(1)]), g.f(1.0)])  # [1, B]
+    gap = g.op("Sub", [g.op("Unsqueeze", [index, g.i([1])]),
+                       g.op("Unsqueeze", [index, g.i([2])])])  # [1, i, j] = j - i
+    before = g.op("Less", [gap, g.f(0.0)])
+    after = g.op("Greater", [gap, g.f(0.0)])
+    far_away = g.f(1e6)
+
+    def distances(marks):
+        marked = g.op("Unsqueeze", [g.op("Cast", [g.op("Gather", [g.const(marks), ids])],
+                                         to=BOOL), g.i([1])])
+        back = g.op("Where", [g.op("And", [marked, before]), g.op("Neg", [gap]), far_away])
+        ahead = g.op("Where", [g.op("And", [marked, after]), gap, far_away])
+        return [g.op("ReduceMin", [d], axes=[2], keepdims=0) for d in (back, ahead)]
+
+    word, phrase = contexts.edges(t)
+    near = distances(word) + distances(phrase)
+    length = g.op("ReduceSum", ["mask", g.i([1])], keepdims=1)
+    remaining = g.op("Relu", [g.op("Sub", [g.op("Sub", [length, g.f(1.0)]), index])])
+
+    def squash(x, limit):
+        clipped = g.op("Min", [x, g.f(limit)])
+        return g.op("Unsqueeze", [g.op("Log", [g.op("Add", [clipped, g.f(1.0)])]), g.i([2])])
+
+    asks = g.op("Mul", [g.op("Gather", [g.const(t["question"].astype(np.float32)), ids]), "mask"])
+    asks = g.op("ReduceMax", [asks], axes=[1], keepdims=1)  # [1, 1]
+    asks = g.op("Unsqueeze", [g.op("Add", [g.op("Mul", [ones, g.f(0.0)]), asks]), g.i([2])])
+    scalars = [squash(d, contexts.NEAR) for d in near] + [
+        squash(index, contexts.FAR), squash(remaining, contexts.FAR), asks]
+    x = g.op("Concat", window + scalars, axis=2)
+
+    def layer(x, weight, bias):
+        return g.op("Add", [g.op("MatMul", [x, g.const(w[weight].astype(np.float32), weight)]),
+                            g.const(w[bias].astype(np.float32), bias)])
+
+    hidden = g.op("Relu", [layer(x, "w1", "b1")])
+    hidden = g.op("Relu", [layer(hidden, "w2", "b2")])
+    return layer(hidden, "w3", "b3"), asks
+
+
 def encoder(voice):
     g = Graph("encoder")
     t = voice["symbols"]
-    tables = voice["tables"]
     kind = g.const(t["kind"].astype(np.int64), "kind")
-    skippable = g.const((t["kind"] == layout.KIND_STRESS) | (t["kind"] == layout.KIND_SPACE),
-                        "skippable")
     ids = g.op("Cast", ["ids"], to=INT64)
     mask3 = g.op("Unsqueeze", ["mask", g.i([2])])
-
-    def shifted(by):
-        return g.shift(ids, by, 1, 2)
-
-    def skip(x):
-        return g.op("Gather", [skippable, x])
-
-    def lookup(table, x, hint):
-        return g.op("Gather", [g.const(table.astype(np.int64), hint), x])
-
-    prev1, prev2, prev3 = shifted(1), shifted(2), shifted(3)
-    next1, next2, next3 = shifted(-1), shifted(-2), shifted(-3)
-    left = g.op("Where", [skip(prev1), g.op("Where", [skip(prev2), prev3, prev2]), prev1])
-    right = g.op("Where", [skip(next1), g.op("Where", [skip(next2), next3, next2]), next1])
-    stress = g.op("Mul", [lookup(t["stress"], prev1, "stress"), lookup(t["vowel"], ids, "vowel")])
-    centre = g.op("Add", [g.op("Mul", [lookup(t["dense"], ids, "dense"), g.i(STRESS_LEVELS)]),
-                          stress])
-    base = g.op("Mul", [centre, g.i(CLASSES)])
-    left_row = g.op("Add", [base, lookup(t["end_class"], left, "end_class")])
-    right_row = g.op("Add", [base, lookup(t["start_class"], right, "start_class")])
-
-    def half_table(table, row):
-        gathered = g.op("Gather", [g.const(table.astype(np.float16), "table16"), row])
-        return g.op("Cast", [gathered], to=FLOAT)
-
-    phone = g.op("Concat", [half_table(tables["left"], left_row),
-                            g.op("Gather", [g.const(tables["centre"].astype(np.float32)), centre]),
-                            half_table(tables["right"], right_row)], axis=2)
+    predicted, asks = contexts_and_network(g, voice, ids)
+    phone = g.slice(predicted, 0, ANCHORS * PARAMS, 2)
     kinds = g.op("Gather", [kind, ids])
 
     def is_kind(value):
@@ -117,15 +137,13 @@ def encoder(voice):
     glide = g.op("Concat", [before, before, middle, after, after], axis=2)
     e = g.op("Where", [is_kind(layout.KIND_SPACE), glide, e])
 
-    asks = g.op("Mul", [g.op("Gather", [g.const(t["question"].astype(np.float32)), ids]), "mask"])
-    asks = g.op("ReduceMax", [asks], axes=[1], keepdims=1)  # [1, 1]
-    asks = g.op("Add", [g.op("Mul", [mask3, g.f(0.0)]), g.op("Unsqueeze", [asks, g.i([2])])])
     spare = g.op("Mul", [mask3, g.const(np.zeros((1, 1, layout.ENC - ANCHORS * PARAMS - 1),
                                                  np.float32))])
     e = g.op("Concat", [e, asks, spare], axis=2)
     g.op("Mul", [e, mask3], outputs=["e"])
 
-    seconds_phone = g.op("Gather", [g.const(tables["duration"].astype(np.float32)), right_row])
+    seconds_phone = g.op("Exp", [g.op("Squeeze", [g.slice(predicted, ANCHORS * PARAMS,
+                                                         ANCHORS * PARAMS + 1, 2), g.i([2])])])
     pauses = g.op("Gather", [g.const(voice["pauses"].astype(np.float32)), ids])
     is_silent = g.op("Equal", [kinds, g.i(layout.KIND_SILENT)])
     is_phone = g.op("Equal", [kinds, g.i(layout.KIND_PHONE)])
@@ -160,20 +178,10 @@ def decoder():
     denominator = g.op("Conv", [mask3, g.const(kernels[:, None, :])], pads=pads)
     smooth = g.op("Div", [numerator, g.op("Max", [denominator, g.f(1e-3)])])
 
-    frames = g.op("ReduceSum", ["mask", g.i([1])], keepdims=1)  # [1, 1]
-    index = g.op("Sub", [g.op("CumSum", ["mask", g.i(1)]), g.f(1.0)])
-    r = g.op("Div", [index, g.op("Max", [frames, g.f(1.0)])])
-    question = g.op("Squeeze", [g.slice("x", layout.QUESTION_CHANNEL, layout.QUESTION_CHANNEL + 1, 2),
-                                g.i([2])])
-    late = g.op("Relu", [g.op("Sub", [r, g.f(synth.RISE_FROM)])])
-    rise = g.op("Mul", [question, g.op("Mul", [late, g.f(synth.RISE / (1.0 - synth.RISE_FROM))])])
-    contour = g.op("Add", [g.op("Sub", [g.f(1.0 + synth.FALL / 2),
-                                        g.op("Mul", [r, g.f(synth.FALL)])]), rise])
     inverse = g.op("Sub", [g.f(1.0), mask3])
     silence = g.const(synth.silence_params().astype(np.float32)[None, :, None])
     out = g.op("Add", [g.op("Mul", [smooth, mask3]), g.op("Mul", [silence, inverse])])
-    f0 = g.op("Mul", [g.slice(smooth, layout.F0_CHANNEL, layout.F0_CHANNEL + 1, 1),
-                      g.op("Unsqueeze", [contour, g.i([1])])])
+    f0 = g.slice(smooth, layout.F0_CHANNEL, layout.F0_CHANNEL + 1, 1)
     f0 = g.op("Add", [g.op("Mul", [f0, mask3]), g.op("Mul", [inverse, g.f(100.0)])])
     zeros = g.op("Mul", [out, g.f(0.0)])
     g.op("Concat", [g.slice(out, 0, layout.F0_CHANNEL, 1), f0,
@@ -185,6 +193,30 @@ def decoder():
          helper.make_tensor_value_info("mask", FLOAT, [1, "D"]),
          helper.make_tensor_value_info("last", FLOAT, [1, "D"])],
         [helper.make_tensor_value_info("mel", FLOAT, [1, layout.MEL, "D"])])
+
+
+def crossfade_window(g, x):
+    """synth.crossfade_window of x."""
+    def hann(y):
+        return g.op("Sub", [g.f(0.5), g.op("Mul", [g.f(0.5), g.op("Cos", [
+            g.op("Mul", [y, g.f(2.0 * np.pi / synth.NFFT)])])])])
+
+    def between(y, low, high, closed):
+        return g.op("And", [g.op("GreaterOrEqual" if closed else "Greater", [y, g.f(low)]),
+                            g.op("Less", [y, g.f(high)])])
+
+    overlap = None
+    for j in range(-(synth.NFFT // synth.HOP), synth.NFFT // synth.HOP + 1):
+        y = g.op("Add", [x, g.f(float(j * synth.HOP))])
+        h = hann(y)
+        term = g.op("Where", [between(y, 0.0, float(synth.NFFT), True), g.op("Mul", [h, h]),
+                              g.f(0.0)])
+        overlap = term if overlap is None else g.op("Add", [overlap, term])
+    start = synth.NFFT / 2 - synth.HOP
+    fade = g.op("Sub", [g.f(0.5), g.op("Mul", [g.f(0.5), g.op("Cos", [
+        g.op("Mul", [g.op("Sub", [x, g.f(start)]), g.f(np.pi / synth.HOP)])])])])
+    value = g.op("Div", [g.op("Mul", [fade, overlap]), g.op("Max", [hann(x), g.f(1e-6)])])
+    return g.op("Where", [between(x, start, start + 2 * synth.HOP, False), value, g.f(0.0)])
 
 
 def vocoder(constants):
@@ -210,11 +242,7 @@ def vocoder(constants):
     offsets = g.const((np.arange(synth.PULSES) - synth.PULSES // 2).astype(np.float32)[None, None, :])
     pulse = g.op("Sub", [g.op("Add", [g.op("Ceil", [phi]), offsets]), phi])  # [1, D, P]
     tau = g.op("Add", [g.op("Mul", [pulse, period]), g.f(synth.NFFT / 2)])
-    inside = g.op("And", [g.op("GreaterOrEqual", [tau, g.f(0.0)]),
-                          g.op("Less", [tau, g.f(float(synth.NFFT))])])
-    hann = g.op("Sub", [g.f(0.5), g.op("Mul", [g.f(0.5), g.op("Cos", [
-        g.op("Mul", [tau, g.f(2.0 * np.pi / synth.NFFT)])])])])
-    w = g.op("Unsqueeze", [g.op("Where", [inside, hann, g.f(0.0)]), g.i([2])])  # [1, D, 1, P]
+    w = g.op("Unsqueeze", [crossfade_window(g, tau), g.i([2])])  # [1, D, 1, P]
     k = g.const((-2.0 * np.pi * np.arange(bins) / synth.NFFT).astype(np.float32)[None, None, None, :])
     angle = g.op("Mul", [g.op("Unsqueeze", [tau, g.i([3])]), k])  # [1, D, P, K]
 

@@ -1,15 +1,22 @@
 #!/usr/bin/python3
-"""Builds Murmela's bundled voice from free material: the flite teacher speaks the teacher
-text, its audio is aligned with Murmela's own tokens, and the per-token statistics become the
-tables of three small ONNX models (see docs/voice-format.md and tools/voice/README.md).
+"""Murmela's bundled voices from free material: a flite voice (the teacher) speaks the teacher
+text, its audio is aligned with Murmela's own tokens, and a small network learns the sounds;
+the build exports the network as three ONNX models (see docs/voice-format.md and
+tools/voice/README.md).
 
-  make_voice.py --out DIR --espeak-data PATH [--ids-tool BIN] [--cache DIR]
+  make_voice.py build --teacher NAME --out DIR [--espeak-data PATH]
+      the voice directory, from the weights committed in tools/voice/trained (seconds)
+  make_voice.py train --teacher NAME --ids-tool BIN --espeak-data PATH [--cache DIR]
+                [--into DIR]
+      renders the teacher text, trains the network and writes the weights and the record of
+      their inputs into tools/voice/trained or DIR (about 25 minutes on two busy cores)
+  make_voice.py inputs --teacher NAME --ids-tool BIN --espeak-data PATH
+      exits 1 when the inputs the committed weights were trained on have changed since
 
---ids-tool names a program (tools/voice/print_ids.cpp) that, given the voice directory (its
-vocab.json and espeak-ng-data are written first), prints Murmela's token ids for each line of
-text on its standard input; without it the recipe's own copy of the front end (phonemes.py)
-is used. --cache keeps the trained tables under a
-key made of everything they depend on, so a second build skips the teacher.
+NAME is one of the teachers below. --ids-tool names a program (tools/voice/print_ids.cpp)
+that, given a voice directory (its vocab.json and espeak-ng-data are written first), prints
+Murmela's token ids for each line of text on its standard input; the voice learns from exactly
+those. --cache keeps the teacher's rendered sentences.
 """
 
 import argparse
@@ -19,6 +26,7 @@ import pathlib
 import shutil
 import subprocess
 import sys
+import tempfile
 import time
 
 HERE = pathlib.Path(__file__).resolve().parent
@@ -35,17 +43,35 @@ from vocabulary import vocabulary  # noqa: E402
 sys.path.insert(0, str(HERE.parent))
 from make_test_voice import copy_espeak_data  # noqa: E402
 
-# How the voice describes itself (the About window and the AppStream metadata show it). Its
-# teacher's licence is the one Debian's flite package names for the voice files: Carnegie
-# Mellon University's BSD-style licence, whose full notice is copied in as flite-copyright.txt.
-CREDIT = {
-    "name": "Murmela cmu_us_rms",
-    "description": ("A small voice built from the flite synthesiser's cmu_us_rms voice "
-                    "(Carnegie Mellon University) speaking freely licensed text: per-sound "
-                    "statistics in three ONNX models. It is not the Kokoro model."),
+# How each voice describes itself (the About window, the voice lists and the AppStream metadata
+# show it). The teachers' licence is the one Debian's flite package names for the voice files:
+# Carnegie Mellon University's BSD-style licence, whose full notice is copied in as
+# flite-copyright.txt.
+LICENCE = {
     "license": "Carnegie Mellon University flite licence (BSD-style)",
     "licenseLink": "https://github.com/festvox/flite/blob/master/COPYING",
 }
+TEACHERS = {
+    "rms": {"name": "Murmela cmu_us_rms", "teacher": "flite cmu_us_rms (Carnegie Mellon University)",
+            "description": ("A small male voice that learnt from the flite synthesiser's "
+                            "cmu_us_rms voice (Carnegie Mellon University) speaking freely "
+                            "licensed text: a small network in three ONNX models. It is not "
+                            "the Kokoro model.")},
+    "slt": {"name": "Murmela cmu_us_slt", "teacher": "flite cmu_us_slt (Carnegie Mellon University)",
+            "description": ("A small female voice that learnt from the flite synthesiser's "
+                            "cmu_us_slt voice (Carnegie Mellon University) speaking freely "
+                            "licensed text: a small network in three ONNX models. It is not "
+                            "the Kokoro model.")},
+}
+TRAINED = HERE / "trained"
+
+
+def weights_path(teacher, directory=TRAINED):
+    return directory / ("cmu_us_%s.npz" % teacher)
+
+
+def record_path(teacher, directory=TRAINED):
+    return directory / ("cmu_us_%s.inputs.json" % teacher)
 
 
 def ids_from_tool(tool, directory, sentences):
@@ -57,44 +83,40 @@ def ids_from_tool(tool, directory, sentences):
     return [[int(x) for x in line.split()] for line in printed]
 
 
-def ids_from_recipe(sentences):
-    import phonemes
-    frontend = phonemes.Frontend()
-    return [frontend.ids(s) for s in sentences]
+# The modules that decide what the network learns (the export and the checks do not change it;
+# the token ids are inputs themselves).
+TRAINING = ["align.py", "analysis.py", "contexts.py", "corpus.py", "layout.py", "network.py",
+            "targets.py", "teacher.py", "texts.py", "train.py", "vocabulary.py"]
 
 
-# The modules the trained tables depend on (the export and the checks do not change them; the
-# token ids are part of the key themselves).
-TRAINING = ["align.py", "analysis.py", "corpus.py", "layout.py", "targets.py",
-            "teacher.py", "texts.py", "train.py", "vocabulary.py"]
+def sha256(data):
+    return hashlib.sha256(data).hexdigest()
 
 
-def cache_key(sentences, id_lists):
-    digest = hashlib.sha256()
-    for name in TRAINING:
-        digest.update((HERE / name).read_bytes())
+def training_inputs(teacher, sentences, id_lists):
+    """name -> SHA-256 of everything the weights depend on: the recipe's code, the texts, the
+    teacher program and voice, the resampler, the vocabulary and the token ids it learns
+    from."""
+    inputs = {"recipe/" + name: sha256((HERE / name).read_bytes()) for name in TRAINING}
     for path in texts.SOURCES:
-        digest.update(pathlib.Path(path).read_bytes())
-    digest.update(json.dumps(vocabulary(), sort_keys=True).encode("utf-8"))
-    digest.update(subprocess.run(["flite", "--version"], capture_output=True).stdout)
-    digest.update(json.dumps([sentences, id_lists]).encode("utf-8"))
-    return digest.hexdigest()[:24]
+        inputs["text" + str(path)] = sha256(pathlib.Path(path).read_bytes())
+    for program in ("flite", "sox"):
+        inputs["program/" + program] = sha256(subprocess.run(
+            [program, "--version"], capture_output=True).stdout)
+    library = pathlib.Path("/usr/lib/x86_64-linux-gnu/libflite_cmu_us_%s.so.1" % teacher)
+    inputs["teacher/" + library.name] = sha256(library.resolve().read_bytes())
+    inputs["vocabulary"] = sha256(json.dumps(vocabulary(), sort_keys=True).encode("utf-8"))
+    inputs["token ids"] = sha256(json.dumps([sentences, id_lists]).encode("utf-8"))
+    return inputs
 
 
-def prune(cache, keep=4):
-    """Keeps the newest few trained tables: other checkouts may still want theirs."""
-    tables = sorted(cache.glob("murmela-voice-*.npz"), key=lambda p: p.stat().st_mtime)
-    for stale in tables[:-keep]:
-        stale.unlink(missing_ok=True)
-
-
-def voice_description():
+def voice_description(teacher):
     return {
         "interface": {"sampleRate": synth.RATE, "hop": synth.HOP, "nFft": synth.NFFT,
                       "enc": 256, "encoderBuckets": synth.ENCODER_BUCKETS,
                       "decoderBuckets": synth.DECODER_BUCKETS},
         "programs": {"encoder": "encoder", "decoder": "decoder", "vocoder": "vocoder"},
-        **CREDIT,
+        **TEACHERS[teacher], **LICENCE,
     }
 
 
@@ -106,50 +128,78 @@ def write_front_end_files(out, espeak_data):
         copy_espeak_data(espeak_data, out / "espeak-ng-data")
 
 
-def write_voice(voice, out, espeak_data):
+def write_voice(teacher, voice, out, espeak_data):
     write_front_end_files(out, espeak_data)
     export.save_models(voice, out)
     shutil.copyfile("/usr/share/doc/flite/copyright", out / "flite-copyright.txt")
     # voice.json last: the build treats it as the stamp of a complete voice.
-    (out / "voice.json").write_text(json.dumps(voice_description(), indent=2) + "\n")
+    (out / "voice.json").write_text(json.dumps(voice_description(teacher), indent=2) + "\n")
+
+
+def teacher_text(args):
+    """The teacher sentences and Murmela's token ids for them."""
+    sentences = corpus.sentences(intelligibility.unseen_sentences())
+    with tempfile.TemporaryDirectory() as scratch:
+        write_front_end_files(pathlib.Path(scratch), args.espeak_data)
+        return sentences, ids_from_tool(args.ids_tool, scratch, sentences)
+
+
+def build(args):
+    voice = train.load(weights_path(args.teacher))
+    write_voice(args.teacher, voice, args.out, args.espeak_data)
+    print("make_voice: %s written" % args.out)
+    return 0
+
+
+def train_weights(args):
+    started = time.time()
+    sentences, id_lists = teacher_text(args)
+    voice = train.train(sentences, id_lists, args.teacher, args.cache,
+                        log=lambda m: print("make_voice: " + m, flush=True))
+    args.into.mkdir(exist_ok=True)
+    train.save(voice, weights_path(args.teacher, args.into))
+    import numpy
+    import torch
+    record = {"teacher": args.teacher,
+              "trainedWith": {"torch": torch.__version__, "numpy": numpy.__version__},
+              "inputs": training_inputs(args.teacher, sentences, id_lists)}
+    record_path(args.teacher, args.into).write_text(json.dumps(record, indent=1, sort_keys=True) + "\n")
+    print("make_voice: trained in %.0f s" % (time.time() - started))
+    return 0
+
+
+def check_inputs(args):
+    if not record_path(args.teacher).exists():
+        print("make_voice: %s is missing; train cmu_us_%s (make_voice.py train --teacher %s)"
+              % (record_path(args.teacher), args.teacher, args.teacher))
+        return 1
+    recorded = json.loads(record_path(args.teacher).read_text())["inputs"]
+    sentences, id_lists = teacher_text(args)
+    now = training_inputs(args.teacher, sentences, id_lists)
+    changed = sorted(name for name in set(now) | set(recorded) if now.get(name) != recorded.get(name))
+    for name in changed:
+        print("make_voice: %s changed since cmu_us_%s was trained; retrain it "
+              "(make_voice.py train --teacher %s)" % (name, args.teacher, args.teacher))
+    return 1 if changed else 0
 
 
 def main(argv):
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--out", type=pathlib.Path, required=True)
-    parser.add_argument("--espeak-data", type=pathlib.Path)
-    parser.add_argument("--ids-tool", type=pathlib.Path)
-    parser.add_argument("--cache", type=pathlib.Path)
-    parser.add_argument("--tables", type=pathlib.Path, help="also keep the trained tables here")
+    commands = parser.add_subparsers(dest="command", required=True)
+    for name in ("build", "train", "inputs"):
+        command = commands.add_parser(name)
+        command.add_argument("--teacher", choices=sorted(TEACHERS), required=True)
+        command.add_argument("--espeak-data", type=pathlib.Path)
+        if name == "build":
+            command.add_argument("--out", type=pathlib.Path, required=True)
+        else:
+            command.add_argument("--ids-tool", type=pathlib.Path, required=True)
+        if name == "train":
+            command.add_argument("--cache", type=pathlib.Path)
+            command.add_argument("--into", type=pathlib.Path, default=TRAINED,
+                                 help="where to write the weights and their record")
     args = parser.parse_args(argv)
-
-    started = time.time()
-    sentences = corpus.sentences(intelligibility.unseen_sentences())
-    if args.ids_tool:
-        write_front_end_files(args.out, args.espeak_data)
-        id_lists = ids_from_tool(args.ids_tool, args.out, sentences)
-    else:
-        id_lists = ids_from_recipe(sentences)
-    cached = None
-    if args.cache:
-        cached = args.cache / ("murmela-voice-" + cache_key(sentences, id_lists) + ".npz")
-    if cached is not None and cached.exists():
-        voice = train.load(cached)
-        print("make_voice: tables from %s" % cached)
-    else:
-        voice = train.train(sentences, id_lists, log=lambda m: print("make_voice: " + m,
-                                                                     flush=True))
-        if cached is not None:
-            args.cache.mkdir(parents=True, exist_ok=True)
-            partial = cached.with_suffix(".part.npz")
-            train.save(voice, partial)
-            partial.replace(cached)
-            prune(args.cache)
-    if args.tables:
-        train.save(voice, args.tables)
-    write_voice(voice, args.out, args.espeak_data)
-    print("make_voice: %s written in %.0f s" % (args.out, time.time() - started))
-    return 0
+    return {"build": build, "train": train_weights, "inputs": check_inputs}[args.command](args)
 
 
 if __name__ == "__main__":

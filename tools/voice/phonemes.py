@@ -2,9 +2,9 @@
 voice: espeak-ng (en-us, IPA with "^" as tie) through the same library call, then the two
 fix-up tables, the syllabic-mark rule and the split into symbols.
 
-This is an approximation for the build only: sentence splitting and word rewriting are kept
-simple. When a Murmela build is at hand, make_voice.py takes the token ids from the
-program's own front end instead (print_ids.cpp).
+This is an approximation for quick checks outside the app: sentence splitting and word
+rewriting are kept simple. The voice itself learns from the program's own front end's token ids
+(print_ids.cpp).
 """
 
 import ctypes

@@ -30,10 +30,10 @@ def espeak_ng(text, recogniser):
         return recogniser.file(path)
 
 
-def flite(text, recogniser):
-    """The teacher: flite with the cmu_us_rms voice."""
+def flite(text, recogniser, voice="rms"):
+    """A teacher: flite with one of its voices (cmu_us_rms unless told)."""
     with tempfile.TemporaryDirectory() as scratch:
         path = os.path.join(scratch, "flite.wav")
-        subprocess.run(["flite", "-voice", "rms", "-t", text, "-o", path], check=True,
+        subprocess.run(["flite", "-voice", voice, "-t", text, "-o", path], check=True,
                        capture_output=True)
         return recogniser.file(path)

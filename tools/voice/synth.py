@@ -4,8 +4,10 @@ and inverse STFT, so the whole path can be heard and measured without the app.""
 
 import numpy as np
 
+import contexts
 import layout
-from layout import ANCHORS, CLASSES, PARAMS, STRESS_LEVELS, UNIT_S
+import network
+from layout import ANCHORS, PARAMS, UNIT_S
 
 RATE = 24000
 HOP = 300
@@ -16,9 +18,6 @@ F0_MIN, F0_MAX = 60.0, 230.0
 NOISE_FRAMES = 64
 SMOOTH_BANDS = 1  # frames: the spectrum is not smoothed (smoothing blurs the consonants)
 SMOOTH_PITCH = 17
-FALL = 0.16  # pitch falls by this fraction across a chunk
-RISE = 0.35  # and a question rises by this much over its last part
-RISE_FROM = 0.7
 
 
 def periodic_hann(n):
@@ -41,19 +40,9 @@ def encoder(ids, mask, voice):
     """ids [B] int, mask [B] -> e [B, 256], logd [B]."""
     t = voice["symbols"]
     kind = t["kind"]
-    skippable = lambda x: (kind[x] == layout.KIND_STRESS) | (kind[x] == layout.KIND_SPACE)  # noqa
-    prev1, prev2, prev3 = shift(ids, 1), shift(ids, 2), shift(ids, 3)
-    next1, next2, next3 = shift(ids, -1), shift(ids, -2), shift(ids, -3)
-    left = np.where(skippable(prev1), np.where(skippable(prev2), prev3, prev2), prev1)
-    right = np.where(skippable(next1), np.where(skippable(next2), next3, next2), next1)
-    stress = t["stress"][prev1] * t["vowel"][ids]
-    centre = t["dense"][ids] * STRESS_LEVELS + stress
-    left_row = centre * CLASSES + t["end_class"][left]
-    right_row = centre * CLASSES + t["start_class"][right]
-    f = voice["tables"]
-    half = lambda table: table.astype(np.float16).astype(np.float32)  # noqa: E731 stored so
-    phone = np.concatenate([half(f["left"])[left_row], f["centre"][centre],
-                            half(f["right"])[right_row]], 1)
+    window, scalars = contexts.token_contexts(ids, int(mask.sum()), t)
+    predicted = network.predict(voice["weights"], window, scalars)
+    phone = predicted[:, :ANCHORS * PARAMS]
 
     silent = np.tile(silence_params(), ANCHORS)[None, :]
     k = kind[ids][:, None]
@@ -67,10 +56,9 @@ def encoder(ids, mask, voice):
     glide = np.concatenate([before, before, 0.5 * (before + after), after, after], 1)
     e = np.where(k == layout.KIND_SPACE, glide, e)
 
-    question = np.max(t["question"][ids] * mask) * np.ones((len(ids), 1))
-    e = np.concatenate([e, question, np.zeros((len(ids), layout.ENC - ANCHORS * PARAMS - 1))], 1)
+    e = np.concatenate([e, scalars[:, -1:], np.zeros((len(ids), layout.ENC - ANCHORS * PARAMS - 1))], 1)
 
-    seconds = np.where(kind[ids] == layout.KIND_PHONE, f["duration"][right_row],
+    seconds = np.where(kind[ids] == layout.KIND_PHONE, np.exp(predicted[:, -1]),
                        np.where(kind[ids] == layout.KIND_SILENT, voice["pauses"][ids], UNIT_S))
     logd = np.log(seconds.astype(np.float32) / np.float32(UNIT_S) + np.float32(1.0))
     return (e * mask[:, None]).astype(np.float32), (logd * mask).astype(np.float32)
@@ -137,13 +125,7 @@ def decoder(x, mask, last):
     smooth = depthwise(params * mask[None, :], kernels) / np.maximum(
         depthwise(np.tile(mask, (PARAMS, 1)), kernels), 1e-3)
 
-    frames = np.sum(mask)
-    index = np.cumsum(mask) - 1.0
-    r = index / np.maximum(frames, 1.0)
-    question = x[:, layout.QUESTION_CHANNEL]
-    rise = question * RISE * np.maximum(0.0, r - RISE_FROM) / (1.0 - RISE_FROM)
-    contour = (1.0 + FALL / 2) - FALL * r + rise
-    f0 = smooth[layout.F0_CHANNEL] * contour
+    f0 = smooth[layout.F0_CHANNEL]
     silence = silence_params()[:, None]
     out = smooth * mask[None, :] + silence * (1.0 - mask[None, :])
     out[layout.F0_CHANNEL] = f0 * mask + 100.0 * (1.0 - mask)
@@ -197,13 +179,32 @@ def min_phase_matrix():
     return phase.T
 
 
+def crossfade_window(x):
+    """The window each frame's pulses and noise are cut with, at positions x (samples, 0 to
+    NFFT) in the frame. Times the inverse STFT's own window it is a Hann window two hops long
+    (which sums to one at this hop), divided by what the inverse STFT divides by, so that each
+    frame sounds only over its own two hops and the frames cross-fade by that Hann window. Cut
+    with the whole 1024-point window instead, every frame smeared its sound over 43 ms, and
+    fast speech ran together (copy-synthesis at speed 2.0 lost 4 more points)."""
+    x = np.asarray(x, np.float64)
+    hann = lambda y: 0.5 - 0.5 * np.cos(2.0 * np.pi * y / NFFT)  # noqa: E731
+    overlap = np.zeros_like(x)
+    for j in range(-(NFFT // HOP), NFFT // HOP + 1):
+        y = x + j * HOP
+        overlap += np.where((y >= 0) & (y < NFFT), hann(y) ** 2, 0.0)
+    start = NFFT / 2 - HOP
+    inside = (x > start) & (x < start + 2 * HOP)
+    fade = 0.5 - 0.5 * np.cos(np.pi * (x - start) / HOP)
+    return np.where(inside, fade * overlap / np.maximum(hann(x), 1e-6), 0.0)
+
+
 def noise_table():
-    """[NOISE_FRAMES, BINS] complex: the STFT (periodic Hann, 1024) of a fixed white noise of
+    """[NOISE_FRAMES, BINS] complex: the STFT (crossfade_window) of a fixed white noise of
     unit variance that repeats every NOISE_FRAMES hops, so neighbouring frames agree."""
     rng = np.random.default_rng(20240607)
     period = NOISE_FRAMES * HOP
     noise = rng.standard_normal(period)
-    window = periodic_hann(NFFT).astype(np.float64)
+    window = crossfade_window(np.arange(NFFT))
     table = np.zeros((NOISE_FRAMES, BINS), complex)
     for t in range(NOISE_FRAMES):
         start = t * HOP - (NFFT - HOP) // 2
@@ -242,8 +243,7 @@ def vocoder(mel, c):
     j = np.arange(PULSES) - PULSES // 2
     period = RATE / f0
     tau = NFFT / 2 + (base[:, None] + j[None, :] - phi[:, None]) * period[:, None]  # [D, P]
-    inside = (tau >= 0) & (tau < NFFT)
-    w = np.where(inside, 0.5 - 0.5 * np.cos(2 * np.pi * tau / NFFT), 0.0)
+    w = crossfade_window(tau)
     angle = -2 * np.pi * np.arange(BINS)[None, None, :] * tau[:, :, None] / NFFT  # [D, P, K]
     pulse_re = np.sum(w[:, :, None] * np.cos(angle), 1).T  # [K, D]
     pulse_im = np.sum(w[:, :, None] * np.sin(angle), 1).T
