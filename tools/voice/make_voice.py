@@ -60,8 +60,9 @@ TEACHERS = {
     "slt": {"name": "Murmela cmu_us_slt", "teacher": "flite cmu_us_slt (Carnegie Mellon University)",
             "description": ("A small female voice that learnt from the flite synthesiser's "
                             "cmu_us_slt voice (Carnegie Mellon University) speaking freely "
-                            "licensed text: a small network in three ONNX models. It is not "
-                            "the Kokoro model.")},
+                            "licensed text: a small network in three ONNX models. It is harder "
+                            "to understand than the default voice. It is not the Kokoro "
+                            "model.")},
 }
 TRAINED = HERE / "trained"
 
