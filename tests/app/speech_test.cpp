@@ -536,6 +536,8 @@ TEST_F(SpeechTest, AChosenVoiceSpeaksIsRememberedAndIsReplacedByTheBundledOneWhe
     const std::optional<std::string> saved =
         before ? std::optional<std::string>(before) : std::nullopt;
     ::setenv("XDG_DATA_HOME", data.c_str(), 1);
+    // Resources without voices for all users, so that only the voices placed here are listed.
+    ::setenv("MURMELA_RESOURCES", directory.path().c_str(), 1);
     const auto savedBy = [&](Speech& speech, const std::string& name) {
         speech.setText("Please close the window.");
         speech.save(directory / name);
@@ -596,6 +598,7 @@ TEST_F(SpeechTest, AChosenVoiceSpeaksIsRememberedAndIsReplacedByTheBundledOneWhe
         EXPECT_EQ(speech.notice(), Notice::voiceGone(added));
     }
     saved ? ::setenv("XDG_DATA_HOME", saved->c_str(), 1) : ::unsetenv("XDG_DATA_HOME");
+    ::unsetenv("MURMELA_RESOURCES");
 }
 
 TEST_F(SpeechTest, AModelDestroyedWhileItWorksNeitherHangsNorCallsBack) {
