@@ -495,22 +495,30 @@ def piper_model(speakers, broken=None):
     return model(graph)
 
 
-def piper_tone_model():
-    """A Piper interface whose output is a 1000 Hz tone at 16 kHz, 160 samples per id."""
-    nodes = [
-        helper.make_node("Shape", ["input"], ["input_shape"]),
+def tone_nodes(ids, samples_per_id, hertz, rate):
+    """Nodes making "tone": a unit sine of `hertz` at `rate`, `samples_per_id` samples for each
+    id in the [1, N] input `ids`."""
+    return [
+        helper.make_node("Shape", [ids], ["ids_shape"]),
         ints("one", [1]), ints("two", [2]),
-        helper.make_node("Slice", ["input_shape", "one", "two"], ["count"]),
-        const("per_id", np.array([160], dtype=np.int64)),
+        helper.make_node("Slice", ["ids_shape", "one", "two"], ["count"]),
+        const("per_id", np.array([samples_per_id], dtype=np.int64)),
         helper.make_node("Mul", ["count", "per_id"], ["length"]),
         helper.make_node("Squeeze", ["length"], ["length_scalar"]),
         const("zero", np.array(0, dtype=np.int64)),
         const("step", np.array(1, dtype=np.int64)),
         helper.make_node("Range", ["zero", "length_scalar", "step"], ["positions"]),
         helper.make_node("Cast", ["positions"], ["positions_float"], to=TensorProto.FLOAT),
-        const("radians", np.array(2 * math.pi * 1000 / 16000, dtype=np.float32)),
+        const("radians", np.array(2 * math.pi * hertz / rate, dtype=np.float32)),
         helper.make_node("Mul", ["positions_float", "radians"], ["angles"]),
         helper.make_node("Sin", ["angles"], ["tone"]),
+    ]
+
+
+def piper_tone_model():
+    """A Piper interface whose output is a 1000 Hz tone at 16 kHz, 160 samples per id."""
+    nodes = [
+        *tone_nodes("input", 160, 1000, 16000),
         const("half", np.array(0.5, dtype=np.float32)),
         helper.make_node("Mul", ["tone", "half"], ["quiet"]),
         ints("out_shape", [1, 1, -1]),
@@ -631,19 +639,7 @@ def kokoro_pace_model(layers):
         helper.make_node("ReduceMean", [current], ["work"], keepdims=0),
         const("tiny", np.array(1e-30, dtype=np.float32)),
         helper.make_node("Mul", ["work", "tiny"], ["trace"]),
-        helper.make_node("Shape", ["tokens"], ["token_shape"]),
-        ints("one", [1]), ints("two", [2]),
-        helper.make_node("Slice", ["token_shape", "one", "two"], ["count"]),
-        const("per_id", np.array([PACE_SAMPLES_PER_ID], dtype=np.int64)),
-        helper.make_node("Mul", ["count", "per_id"], ["length"]),
-        helper.make_node("Squeeze", ["length"], ["length_scalar"]),
-        const("zero", np.array(0, dtype=np.int64)),
-        const("step", np.array(1, dtype=np.int64)),
-        helper.make_node("Range", ["zero", "length_scalar", "step"], ["positions"]),
-        helper.make_node("Cast", ["positions"], ["positions_float"], to=TensorProto.FLOAT),
-        const("radians", np.array(2 * math.pi * 220 / 24000, dtype=np.float32)),
-        helper.make_node("Mul", ["positions_float", "radians"], ["angles"]),
-        helper.make_node("Sin", ["angles"], ["tone"]),
+        *tone_nodes("tokens", PACE_SAMPLES_PER_ID, 220, 24000),
         helper.make_node("Mul", ["tone", "speed"], ["paced"]),
         const("quiet", np.array(0.1, dtype=np.float32)),
         helper.make_node("Mul", ["paced", "quiet"], ["quiet_tone"]),
