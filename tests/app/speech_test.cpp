@@ -24,6 +24,7 @@
 #include "audio/wav.h"
 #include "engine/voice.h"
 #include "speech_harness.h"
+#include "support/environment.h"
 #include "support/neural_voices.h"
 #include "support/test_voice.h"
 
@@ -54,22 +55,15 @@ std::string longSentences(int from, int to) {
 }
 
 // What the test voice makes of `text` at `speed`, chunk by chunk, from a voice of its own.
-std::vector<SpokenChunk> synthesisedChunks(const std::string& text, double speed) {
+testing::SpokenChunks spokenByTheTestVoice(const std::string& text, double speed) {
     Voice voice(testing::testVoiceDirectory());
-    std::vector<SpokenChunk> chunks;
-    voice.speak(text, speed, [&](SpokenChunk&& chunk) {
-        chunks.push_back(std::move(chunk));
-        return true;
-    });
-    return chunks;
+    return testing::speakAll(voice, text, speed);
 }
 
-double seconds(const std::vector<SpokenChunk>& chunks) {
-    size_t count = 0;
-    for (const SpokenChunk& chunk : chunks) {
-        count += chunk.result.samples.size();
-    }
-    return static_cast<double>(count) / 24000.0;
+// Checks that `file` holds `samples` as a 16-bit WAV file.
+void expectWavOf(const std::filesystem::path& file, const std::vector<float>& samples) {
+    const std::vector<uint8_t> wav = encodeWav(samples, false, 24000);
+    EXPECT_EQ(testing::readText(file), std::string(wav.begin(), wav.end()));
 }
 
 std::vector<std::filesystem::path> filesIn(const std::filesystem::path& directory) {
@@ -130,15 +124,9 @@ constexpr const char* freshProcessVariable = "MURMELA_TEST_FRESH_PROCESS";
 
 // This program again, limited to `test`, with `variable` set; its exit status, or -1.
 int runInFreshProcess(const char* test, const char* variable, const char* value) {
-    ::setenv(freshProcessVariable, "1", 1);
-    const char* before = std::getenv(variable);
-    const std::optional<std::string> saved =
-        before ? std::optional<std::string>(before) : std::nullopt;
-    ::setenv(variable, value, 1);
-    const int status = testing::run({"/proc/self/exe", std::string("--gtest_filter=") + test});
-    saved ? ::setenv(variable, saved->c_str(), 1) : ::unsetenv(variable);
-    ::unsetenv(freshProcessVariable);
-    return status;
+    const testing::ScopedVariable fresh(freshProcessVariable, "1");
+    const testing::ScopedVariable given(variable, value);
+    return testing::run({"/proc/self/exe", std::string("--gtest_filter=") + test});
 }
 
 // MURMELA_FAIL_LOAD=once fails the first injected load of a process, which no other test here
@@ -146,15 +134,14 @@ int runInFreshProcess(const char* test, const char* variable, const char* value)
 // its first part), where it must fail again.
 TEST_F(SpeechTest, LoadFailuresAreLoggedAndEveryRetryTriesAgain) {
     const std::string injected = "murmelaMain: load failed: voice: load failure injected ";
-    ::setenv("MURMELA_FAIL_LOAD", "once", 1);
     {
+        const testing::ScopedVariable failing("MURMELA_FAIL_LOAD", "once");
         std::unique_ptr<Speech> speech = testing::makeSpeech(settings);
         EXPECT_EQ(loadOnce(*speech), Phase::failed);
         EXPECT_EQ(loadOnce(*speech), Phase::ready);  // the retry
         // Another model in the same process: the one failure has been spent.
         EXPECT_EQ(loadOnce(*testing::makeSpeech(settings)), Phase::ready);
     }
-    ::unsetenv("MURMELA_FAIL_LOAD");
     EXPECT_THAT(errors(log, "murmelaMain: load failed: "),
                 ElementsAre(injected + "(MURMELA_FAIL_LOAD=once)"));
     if (std::getenv(freshProcessVariable) != nullptr) {
@@ -203,9 +190,9 @@ TEST_F(SpeechTest, LoadFailuresAreLoggedAndEveryRetryTriesAgain) {
 // "audio output: " log line, stays `ready`, and saving still works.
 TEST(SpeechWithoutASoundServer, SpeakingFailsWithTheNoticeAndTheModelStaysUsable) {
     if (std::getenv(freshProcessVariable) == nullptr) {
-        ::setenv("PULSE_SERVER", "unix:/nonexistent/murmela-no-sound-server", 1);
+        const testing::ScopedVariable server("PULSE_SERVER",
+                                             "unix:/nonexistent/murmela-no-sound-server");
         EXPECT_EQ(runInFreshProcess("SpeechWithoutASoundServer.*", "MURMELA_AUDIO", "device"), 0);
-        ::unsetenv("PULSE_SERVER");
         return;
     }
     testing::PrivateSettings settings;
@@ -324,7 +311,7 @@ TEST_F(SpeechTest, SpeakingClearsTheNoticeSignalsItsPhasesAndLogsTheFirstAudio) 
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, log::Level::info);
     const std::string ids =
-        std::to_string(synthesisedChunks(twoSentences, 1.25).front().ids.size());
+        std::to_string(spokenByTheTestVoice(twoSentences, 1.25).ids.front().size());
     EXPECT_THAT(lines[0].text, MatchesRegex("first audio after [0-9]+ ms \\(" + ids + " ids\\)"));
 }
 
@@ -356,12 +343,12 @@ TEST_F(SpeechTest, ATextThatGivesNoChunkEndsAtOnceWithTheEmptyNoticeAndWritesNoF
 TEST_F(SpeechTest, AStopFollowedAtOnceByANewSpeakHearsOnlyTheNewUtterance) {
     std::unique_ptr<Speech> speech = loadedSpeech();
     const std::string stoppedText = longSentences(1, 6);
-    double shortestStopped = 1e9;
-    for (const SpokenChunk& chunk : synthesisedChunks(stoppedText, 1.0)) {
-        shortestStopped = std::min(shortestStopped, chunk.result.samples.size() / 24000.0);
-    }
+    const auto chunkSize = [](const std::vector<float>& chunk) { return chunk.size(); };
+    const double shortestStopped =
+        std::ranges::min(spokenByTheTestVoice(stoppedText, 1.0).samples, {}, chunkSize).size() /
+        24000.0;
     const std::string newText = "Hello there, my friend.";
-    const double newSeconds = seconds(synthesisedChunks(newText, 1.0));
+    const double newSeconds = spokenByTheTestVoice(newText, 1.0).joined().size() / 24000.0;
     ASSERT_GT(shortestStopped, newSeconds + 1.0);
 
     speech->setText(QString::fromStdString(stoppedText));
@@ -404,12 +391,7 @@ TEST_F(SpeechTest, SavingWritesTheSynthesisedSamplesAtTheSpeedAsA16BitWav) {
 
     EXPECT_EQ(speech->notice(), Notice::saved("Speech \u00e9t\u00e9.wav"));
     EXPECT_THAT(record.phases, ElementsAre(Phase::saving, Phase::ready));
-    std::vector<float> samples;
-    for (const SpokenChunk& chunk : synthesisedChunks(twoSentences, 0.8)) {
-        samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
-    }
-    const std::vector<uint8_t> expected = encodeWav(samples, false, 24000);
-    EXPECT_EQ(testing::readText(destination), std::string(expected.begin(), expected.end()));
+    expectWavOf(destination, spokenByTheTestVoice(twoSentences, 0.8).joined());
     // Nothing but the file: no scratch file left beside it.
     EXPECT_THAT(filesIn(directory.path()), ElementsAre(destination.filename()));
     EXPECT_TRUE(log.startingWith("murmelaMain: ").empty());
@@ -470,7 +452,8 @@ TEST_F(SpeechTest, ASynthesisErrorEndsSpeakingAndSavingWithTheirFailureNotices) 
 TEST_F(SpeechTest, TheEnvironmentsDownloadedVoiceSpeaksAndItsFailuresAreNotices) {
     const std::string text = "Hello, world! Button. She measured.";
     const VoiceChoice piper(testing::standIn("piper-multi"), "bob");
-    ::setenv("MURMELA_VOICE", (piper.directory.string() + ":bob").c_str(), 1);
+    std::optional<testing::ScopedVariable> chosen(std::in_place, "MURMELA_VOICE",
+                                                  piper.directory.string() + ":bob");
     Speech speech(settings.store(), std::nullopt);
     ASSERT_TRUE(testing::loadAndWait(speech));
     speech.setText(QString::fromStdString(text));
@@ -478,18 +461,12 @@ TEST_F(SpeechTest, TheEnvironmentsDownloadedVoiceSpeaksAndItsFailuresAreNotices)
     ASSERT_TRUE(testing::waitForReady(speech, 30s));
     EXPECT_EQ(speech.notice(), Notice::saved("piper.wav"));
     Voice expected(piper);
-    std::vector<float> samples;
-    expected.speak(text, 1.0, [&](SpokenChunk&& chunk) {
-        samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
-        return true;
-    });
-    const std::vector<uint8_t> wav = encodeWav(samples, false, 24000);
-    EXPECT_EQ(testing::readText(directory / "piper.wav"), std::string(wav.begin(), wav.end()));
+    expectWavOf(directory / "piper.wav", testing::speakAll(expected, text, 1.0).joined());
 
-    ::setenv("MURMELA_VOICE", testing::standIn("bad/kokoro-failing").c_str(), 1);
+    chosen.emplace("MURMELA_VOICE", testing::standIn("bad/kokoro-failing"));
     Speech failing(settings.store(), std::nullopt);
     ASSERT_TRUE(testing::loadAndWait(failing));  // the voice is looked for when it is loaded
-    ::unsetenv("MURMELA_VOICE");
+    chosen.reset();
     failing.setText("She measured it.");
     failing.speak();
     ASSERT_TRUE(testing::waitForReady(failing, 30s));
@@ -532,12 +509,9 @@ TEST_F(SpeechTest, AChosenVoiceSpeaksIsRememberedAndIsReplacedByTheBundledOneWhe
     std::filesystem::create_directories(data / "murmela" / "voices");
     std::filesystem::create_directory_symlink(MURMELA_OTHER_VOICE_DIR,
                                               data / "murmela" / "voices" / "other");
-    const char* before = std::getenv("XDG_DATA_HOME");
-    const std::optional<std::string> saved =
-        before ? std::optional<std::string>(before) : std::nullopt;
-    ::setenv("XDG_DATA_HOME", data.c_str(), 1);
+    const testing::ScopedVariable dataHome("XDG_DATA_HOME", data);
     // Resources without voices for all users, so that only the voices placed here are listed.
-    ::setenv("MURMELA_RESOURCES", directory.path().c_str(), 1);
+    const testing::ScopedVariable resources("MURMELA_RESOURCES", directory.path());
     const auto savedBy = [&](Speech& speech, const std::string& name) {
         speech.setText("Please close the window.");
         speech.save(directory / name);
@@ -597,8 +571,6 @@ TEST_F(SpeechTest, AChosenVoiceSpeaksIsRememberedAndIsReplacedByTheBundledOneWhe
         ASSERT_TRUE(testing::loadAndWait(speech));
         EXPECT_EQ(speech.notice(), Notice::voiceGone(added));
     }
-    saved ? ::setenv("XDG_DATA_HOME", saved->c_str(), 1) : ::unsetenv("XDG_DATA_HOME");
-    ::unsetenv("MURMELA_RESOURCES");
 }
 
 TEST_F(SpeechTest, AModelDestroyedWhileItWorksNeitherHangsNorCallsBack) {
@@ -636,11 +608,10 @@ protected:
     void SetUp() override {
         QSettings::setPath(QSettings::IniFormat, QSettings::UserScope,
                            QString::fromStdString(config.path().string()));
-        ::unsetenv("MURMELA_DEFAULTS_SUITE");
     }
-    void TearDown() override { ::unsetenv("MURMELA_DEFAULTS_SUITE"); }
 
     testing::TemporaryDirectory config;
+    testing::ScopedVariable suite{"MURMELA_DEFAULTS_SUITE", std::nullopt};
 };
 
 ArgumentDomain arguments(std::vector<const char*> words) {

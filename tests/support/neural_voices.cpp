@@ -20,6 +20,14 @@ SpokenChunks speakAll(Voice& voice, std::string_view text, double speed) {
     return spoken;
 }
 
+std::vector<float> SpokenChunks::joined() const {
+    std::vector<float> all;
+    for (const std::vector<float>& chunk : samples) {
+        all.insert(all.end(), chunk.begin(), chunk.end());
+    }
+    return all;
+}
+
 std::vector<double> spelledValues(std::span<const float> samples, size_t count) {
     std::vector<double> values;
     if (samples.size() < spellingBlock) {

@@ -24,6 +24,9 @@ std::filesystem::path standIn(const std::string& name);
 struct SpokenChunks {
     std::vector<std::vector<int64_t>> ids;
     std::vector<std::vector<float>> samples;
+
+    // Every chunk's samples, one after the other.
+    std::vector<float> joined() const;
 };
 SpokenChunks speakAll(Voice& voice, std::string_view text, double speed);
 
