@@ -13,6 +13,7 @@
 #include <cstring>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -20,6 +21,7 @@
 #include "build_info.h"
 #include "frontend/unicode.h"
 #include "logging/log.h"
+#include "support/environment.h"
 #include "support/neural_voices.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
@@ -70,9 +72,7 @@ protected:
     void SetUp() override {
         QSettings::setPath(QSettings::IniFormat, QSettings::UserScope,
                            QString::fromStdString((sandbox / "config").string()));
-        ::setenv("MURMELA_RESOURCES", resources->path().c_str(), 1);
     }
-    void TearDown() override { ::unsetenv("MURMELA_RESOURCES"); }
 
     // Runs the parity mode with these command-line words, from a fresh log.
     int runWith(const std::vector<std::string>& words) {
@@ -85,11 +85,15 @@ protected:
             ArgumentDomain::fromCommandLine(static_cast<int>(argv.size()), argv.data())));
     }
 
+    // Runs the parity mode on the lines file into `out`.
+    int runLinesFile() {
+        return runWith({"-murmela.parity", out.string(), "-murmela.lines", linesFile.string()});
+    }
     // Runs the parity mode on `lines` (a JSON text) into a fresh `out`.
     int run(const std::string& lines) {
         testing::writeText(linesFile, lines);
         fs::remove_all(out);
-        return runWith({"-murmela.parity", out.string(), "-murmela.lines", linesFile.string()});
+        return runLinesFile();
     }
 
     // The run failed with `text` in "error.txt" and the log, and wrote nothing else.
@@ -122,17 +126,13 @@ protected:
 
     // The engine's own samples for `text`.
     static std::vector<float> samplesOf(const std::string& text, double speed) {
-        std::vector<float> all;
-        voice->speak(text, speed, [&](SpokenChunk&& chunk) {
-            all.insert(all.end(), chunk.result.samples.begin(), chunk.result.samples.end());
-            return true;
-        });
-        return all;
+        return testing::speakAll(*voice, text, speed).joined();
     }
 
     static inline testing::TemporaryDirectory* resources = nullptr;
     static inline Voice* voice = nullptr;
 
+    testing::ScopedVariable resourcesVariable{"MURMELA_RESOURCES", resources->path()};
     testing::TemporaryDirectory sandbox{"murmela-parity"};
     fs::path out = sandbox / "out";
     fs::path linesFile = sandbox / "lines.json";
@@ -287,8 +287,7 @@ TEST_F(ParityTest, AnIdOrSpeedItRefusesFailsTheRunBeforeAnythingIsWrittenOrTouch
         testing::writeText(linesFile,
                            json{{"lines", {{{"id", "fine"}, {"text", "Hi."}}, entry}}}.dump());
         const std::set<std::string> before = contentsOf(sandbox.path());
-        EXPECT_EQ(runWith({"-murmela.parity", out.string(), "-murmela.lines", linesFile.string()}),
-                  1);
+        EXPECT_EQ(runLinesFile(), 1);
         std::set<std::string> after = contentsOf(sandbox.path());
         EXPECT_EQ(after.erase("out"), 1u);
         EXPECT_EQ(after.erase("out/error.txt"), 1u);
@@ -305,13 +304,13 @@ TEST_F(ParityTest, ALinkInTheOutputDirectoryIsNotFollowedNorAFileInItsPlaceRepla
     fs::create_directories(out);
     fs::create_symlink(victim, out / "line.f32");
     testing::writeText(linesFile, R"({"lines": [{"id": "line", "text": "Hi."}]})");
-    EXPECT_EQ(runWith({"-murmela.parity", out.string(), "-murmela.lines", linesFile.string()}), 1);
+    EXPECT_EQ(runLinesFile(), 1);
     EXPECT_EQ(testing::readText(victim), "keep");
     EXPECT_NE(errorText().find("line.f32"), std::string::npos) << errorText();
 
     fs::remove_all(out);
     testing::writeText(out, "a file");
-    EXPECT_EQ(runWith({"-murmela.parity", out.string(), "-murmela.lines", linesFile.string()}), 1);
+    EXPECT_EQ(runLinesFile(), 1);
     EXPECT_EQ(testing::readText(out), "a file");
     ASSERT_EQ(logged.size(), 1u);
     EXPECT_EQ(logged[0].rfind("parity failed: ", 0), 0u) << logged[0];
@@ -319,7 +318,7 @@ TEST_F(ParityTest, ALinkInTheOutputDirectoryIsNotFollowedNorAFileInItsPlaceRepla
 
 TEST_F(ParityTest, AVoiceThatIsMissingEmptyOrFailingEndsTheRunWithoutAReport) {
     testing::TemporaryDirectory empty("murmela-resources");
-    ::setenv("MURMELA_RESOURCES", empty.path().c_str(), 1);
+    const testing::ScopedVariable emptyResources("MURMELA_RESOURCES", empty.path());
     EXPECT_EQ(run(R"({"lines": []})"), 1);
     expectFailure("voice: Voice/ missing");
     fs::create_directory(empty / "Voice");
@@ -343,29 +342,23 @@ TEST_F(ParityTest, AVoiceThatIsMissingEmptyOrFailingEndsTheRunWithoutAReport) {
 // like the bundled one but without durations; one that fails while running fails the run.
 TEST_F(ParityTest, TheEnvironmentsVoiceSpeaksInsteadOfTheBundledOne) {
     const VoiceChoice piper(testing::standIn("piper-multi"), "carol");
-    ::setenv("MURMELA_VOICE", (piper.directory.string() + ":carol").c_str(), 1);
+    std::optional<testing::ScopedVariable> chosen(std::in_place, "MURMELA_VOICE",
+                                                  piper.directory.string() + ":carol");
     const std::string text = "Hello, world! Button. She measured.";
     ASSERT_EQ(run(R"({"lines": [{"id": "piper", "text": ")" + text + R"(", "speed": 1.25}]})"), 0);
     Voice expected(piper);
-    std::vector<float> samples;
-    std::vector<std::vector<int64_t>> ids;
-    expected.speak(text, 1.25, [&](SpokenChunk&& chunk) {
-        ids.push_back(chunk.ids);
-        samples.insert(samples.end(), chunk.result.samples.begin(), chunk.result.samples.end());
-        return true;
-    });
-    EXPECT_EQ(samplesIn(out / "piper.f32"), samples);
+    const testing::SpokenChunks spoken = testing::speakAll(expected, text, 1.25);
+    EXPECT_EQ(samplesIn(out / "piper.f32"), spoken.joined());
     const json line = report()["lines"][0];
     ASSERT_EQ(line["chunks"].size(), 2u);
     for (size_t index = 0; index < 2; ++index) {
-        EXPECT_EQ(line["chunks"][index]["ids"], ids[index]);
+        EXPECT_EQ(line["chunks"][index]["ids"], spoken.ids[index]);
         EXPECT_EQ(line["chunks"][index]["durations"], json::array());
     }
 
-    ::setenv("MURMELA_VOICE", testing::standIn("bad/kokoro-failing").c_str(), 1);
+    chosen.emplace("MURMELA_VOICE", testing::standIn("bad/kokoro-failing"));
     EXPECT_EQ(run(R"({"lines": [{"id": "a", "text": "She measured it."}]})"), 1);
     EXPECT_NE(errorText().find("Gather"), std::string::npos) << errorText();
-    ::unsetenv("MURMELA_VOICE");
 }
 
 // In the model's suite the parity keys mean nothing: interactive use starts, and with no display
