@@ -19,6 +19,7 @@
 
 #include "common/voice_error.h"
 #include "frontend/unicode.h"
+#include "support/environment.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 
@@ -34,21 +35,6 @@ using ::testing::ThrowsMessage;
 std::string ipa(const Espeak& espeak, const std::string& text) {
     return encodeUtf8(espeak.phonemes(decodeUtf8(text)));
 }
-
-// Points TMPDIR at a directory of the test's for its lifetime, so the link lands there.
-class ScopedTmpdir {
-public:
-    explicit ScopedTmpdir(const fs::path& directory) {
-        if (const char* old = std::getenv("TMPDIR")) {
-            saved_ = old;
-        }
-        ::setenv("TMPDIR", directory.c_str(), 1);
-    }
-    ~ScopedTmpdir() { saved_ ? ::setenv("TMPDIR", saved_->c_str(), 1) : ::unsetenv("TMPDIR"); }
-
-private:
-    std::optional<std::string> saved_;
-};
 
 // A voice directory (just espeak-ng's data) whose absolute path plus the suffix espeak-ng adds
 // ("/espeak-ng-data/phondata-manifest") is `bytes` long, padded with `filler`.
@@ -68,7 +54,7 @@ fs::path voiceDirectoryOfLength(const fs::path& base, size_t bytes, const std::s
 TEST(Espeak, PathsPast149Utf8BytesAreReachedThroughALinkInTheTemporaryDirectory) {
     TemporaryDirectory links("m");
     TemporaryDirectory voices;
-    ScopedTmpdir tmpdir(links.path());
+    const testing::ScopedVariable tmpdir("TMPDIR", links.path());
     const fs::path link = links / ("murmela-" + std::to_string(::getpid()));
 
     const fs::path fits = voiceDirectoryOfLength(voices / "a", 149, "v");
@@ -91,12 +77,12 @@ TEST(Espeak, LinkFailuresAreReported) {
     TemporaryDirectory voices;
     const fs::path voice = voiceDirectoryOfLength(voices / "e", 200, "v");
     {
-        ScopedTmpdir tmpdir(voices / "no" / "such" / "directory");
+        const testing::ScopedVariable tmpdir("TMPDIR", voices / "no" / "such" / "directory");
         EXPECT_THROW(Espeak::linkedPath(voice), fs::filesystem_error);
     }
     // A temporary directory so deep that even the link is too long for espeak-ng.
     fs::create_directories(voices / std::string(130, 't'));
-    ScopedTmpdir tmpdir(voices / std::string(130, 't'));
+    const testing::ScopedVariable tmpdir("TMPDIR", voices / std::string(130, 't'));
     EXPECT_THAT([&] { Espeak::linkedPath(voice); },
                 ThrowsMessage<VoiceError>("voice: espeak-ng path unreadable"));
 }
