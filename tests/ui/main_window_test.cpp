@@ -30,6 +30,7 @@
 #include "app/speech.h"
 #include "app/speech_harness.h"
 #include "audio/player_harness.h"
+#include "support/environment.h"
 #include "support/gui_test.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
@@ -125,19 +126,11 @@ protected:
         const std::filesystem::path voices = data_ / "murmela" / "voices";
         std::filesystem::create_directories(voices);
         std::filesystem::create_directory_symlink(voice_, voices / "second");
-        if (const char* before = std::getenv("XDG_DATA_HOME")) {
-            saved_ = before;
-        }
-        ::setenv("XDG_DATA_HOME", data_.path().c_str(), 1);
         MainWindow::SetUp();
-    }
-    void TearDown() override {
-        MainWindow::TearDown();
-        saved_ ? ::setenv("XDG_DATA_HOME", saved_->c_str(), 1) : ::unsetenv("XDG_DATA_HOME");
     }
 
     murmela::testing::TemporaryDirectory data_{"murmela-voices"};
-    std::optional<std::string> saved_;
+    murmela::testing::ScopedVariable dataHome_{"XDG_DATA_HOME", data_.path()};
 };
 
 TEST_F(MainWindowWithTwoVoices, TheVoicePickerFollowsTheSpeedAndPicksWithTheKeyboard) {
