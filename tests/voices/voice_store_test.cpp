@@ -6,9 +6,11 @@
 #include <stdlib.h>
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "support/environment.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 #include "voices/installed_voice.h"
@@ -20,6 +22,7 @@ namespace murmela {
 namespace {
 
 namespace fs = std::filesystem;
+using murmela::testing::ScopedVariable;
 using murmela::testing::TemporaryDirectory;
 using murmela::testing::writeText;
 using ::testing::ElementsAre;
@@ -156,29 +159,22 @@ TEST(VoiceStore, RemovesOnlyTheUsersVoicesAndPacksWhole) {
 
 TEST(VoiceStore, StandardLocationsFollowXdgDataHomeThenHomeAndTheResources) {
     TemporaryDirectory root;
-    const char* savedData = std::getenv("XDG_DATA_HOME");
-    const char* savedHome = std::getenv("HOME");
-    const char* savedResources = std::getenv("MURMELA_RESOURCES");
-    const std::string data = savedData ? savedData : "";
-    const std::string home = savedHome ? savedHome : "";
-    const std::string resources = savedResources ? savedResources : "";
-
-    ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
+    std::optional<ScopedVariable> data(std::in_place, "XDG_DATA_HOME", root / "data");
     EXPECT_EQ(VoiceLocations::standard().user, root / "data" / "murmela" / "voices");
     // A relative XDG_DATA_HOME is to be ignored, as the base directory rules say.
-    ::setenv("XDG_DATA_HOME", "relative", 1);
-    ::setenv("HOME", (root / "home").c_str(), 1);
+    data.emplace("XDG_DATA_HOME", "relative");
+    std::optional<ScopedVariable> home(std::in_place, "HOME", root / "home");
     EXPECT_EQ(VoiceLocations::standard().user,
               root / "home" / ".local" / "share" / "murmela" / "voices");
-    ::unsetenv("XDG_DATA_HOME");
-    ::unsetenv("HOME");
+    data.emplace("XDG_DATA_HOME", std::nullopt);
+    home.emplace("HOME", std::nullopt);
     EXPECT_EQ(VoiceLocations::standard().user, std::nullopt);
 
     // The voices for all users are the resources' own, as the second bundled voice is: listed
     // as a system voice, which only the package manager removes.
     murmela::testing::copyTestVoice(root / "resources" / "voices" / "murmela-slt");
-    ::setenv("MURMELA_RESOURCES", (root / "resources").c_str(), 1);
-    ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
+    const ScopedVariable resources("MURMELA_RESOURCES", root / "resources");
+    data.emplace("XDG_DATA_HOME", root / "data");
     const VoiceStore store(VoiceLocations::standard());
     const VoiceListing listing = store.list();
     ASSERT_EQ(listing.voices.size(), 1u);  // no Voice/ among these resources
@@ -188,11 +184,6 @@ TEST(VoiceStore, StandardLocationsFollowXdgDataHomeThenHomeAndTheResources) {
     EXPECT_EQ(removal.kind(), VoicesFailure::Kind::refused);
     EXPECT_THAT(removal.what(), HasSubstr("package manager"));
     EXPECT_TRUE(fs::exists(root / "resources" / "voices" / "murmela-slt" / "voice.json"));
-
-    savedData ? ::setenv("XDG_DATA_HOME", data.c_str(), 1) : ::unsetenv("XDG_DATA_HOME");
-    savedHome ? ::setenv("HOME", home.c_str(), 1) : ::unsetenv("HOME");
-    savedResources ? ::setenv("MURMELA_RESOURCES", resources.c_str(), 1)
-                   : ::unsetenv("MURMELA_RESOURCES");
 }
 
 TEST(VoiceStore, ACommandLinesVoiceIsAnExistingDirectoryElseAnInstalledId) {
