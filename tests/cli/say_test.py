@@ -85,13 +85,17 @@ def end_input(process):
     return subprocess.CompletedProcess(process.args, process.returncode, out, log)
 
 
-class Say(unittest.TestCase):
+class WithScratch(unittest.TestCase):
+    """A test with a folder of its own, `scratch`."""
+
     def setUp(self):
         self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="murmela-say-"))
 
     def tearDown(self):
         shutil.rmtree(self.scratch, ignore_errors=True)
 
+
+class Say(WithScratch):
     def assertFails(self, result, code, message):
         error = result.stderr.decode()
         self.assertEqual(result.returncode, code, error)
@@ -293,10 +297,8 @@ class Say(unittest.TestCase):
         self.assertEqual(sorted(os.listdir(self.scratch)), ["Voice"])  # nothing written
 
     def test_plays_on_the_sound_device(self):
-        if os.environ.get("MURMELA_PULSE_UNAVAILABLE"):
-            self.skipTest("no sound server: " + os.environ["MURMELA_PULSE_UNAVAILABLE"])
-        if not os.environ.get("MURMELA_PULSE_SINK"):
-            self.skipTest("run through tests/support/pulse-session")
+        if reason := speech_checks.why_no_sound_server():
+            self.skipTest(reason)
         recording = self.scratch / "heard.raw"
         with speech_checks.recording_of_the_sink(recording):
             result = say(SENTENCES[0], SENTENCES[1])
@@ -327,18 +329,11 @@ class Say(unittest.TestCase):
             PULSE_SERVER="unix:" + str(self.scratch / "nobody"))), 4, "cannot play")
 
 
-class SayWithDownloadedVoices(unittest.TestCase):
+class SayWithDownloadedVoices(WithScratch):
     """Kokoro and Piper voices, through the stand-ins whose samples spell what they were given."""
 
-    def setUp(self):
-        self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="murmela-say-"))
-
-    def tearDown(self):
-        shutil.rmtree(self.scratch, ignore_errors=True)
-
-    # "She measured." as espeak-ng's IPA, and as the front end's symbols.
+    # "She measured." as espeak-ng's IPA.
     IPA = "\u0283i\u02d0 m\u02c8\u025b\u0292\u025ad."
-    SYMBOLS = "\u0283i m\u02c8\u025b\u0292\u0259\u0279d."
 
     def piper_ids(self):
         settings = json.loads((NEURAL / "piper-multi" / "en_US-multi-medium.onnx.json")
@@ -348,10 +343,6 @@ class SayWithDownloadedVoices(unittest.TestCase):
             if symbol in settings:
                 ids += settings[symbol] + settings["_"]
         return ids + settings["$"]
-
-    def kokoro_ids(self):
-        vocabulary = json.loads((NEURAL / "kokoro" / "vocab.json").read_text(encoding="utf-8"))
-        return [vocabulary["vocab"][symbol] for symbol in self.SYMBOLS]
 
     def assertSpells(self, samples, expected, tolerance):
         for index, (value, wanted) in enumerate(zip(speech_checks.spelled(samples, len(expected)), expected)):
@@ -373,7 +364,7 @@ class SayWithDownloadedVoices(unittest.TestCase):
         self.assertSpells(speech_checks.pcm16(other.stdout), expected[:-1] + [1], 0.05)
 
     def test_kokoro_style_through_a_wav_file(self):
-        ids = self.kokoro_ids()
+        ids = speech_checks.kokoro_ids(NEURAL, speech_checks.SHE_MEASURED)
         destination = self.scratch / "kokoro.wav"
         result = say("--voice", str(NEURAL / "kokoro") + ":am_michael", "-o", str(destination),
                      "She measured.")
@@ -406,12 +397,9 @@ class SayWithDownloadedVoices(unittest.TestCase):
         self.assertEqual(failing.stderr.decode().count("\n"), 1, failing.stderr)
 
     def test_plays_a_downloaded_voice_on_the_sound_device(self):
-        if os.environ.get("MURMELA_PULSE_UNAVAILABLE"):
-            self.skipTest("no sound server: " + os.environ["MURMELA_PULSE_UNAVAILABLE"])
-        if not os.environ.get("MURMELA_PULSE_SINK"):
-            self.skipTest("run through tests/support/pulse-session")
-        vocabulary = json.loads((NEURAL / "kokoro" / "vocab.json").read_text(encoding="utf-8"))
-        ids = [vocabulary["vocab"][symbol] for symbol in self.SYMBOLS[:-1] + " \u026at."]
+        if reason := speech_checks.why_no_sound_server():
+            self.skipTest(reason)
+        ids = speech_checks.kokoro_ids(NEURAL, speech_checks.SHE_MEASURED[:-1] + " \u026at.")
         expected = [0] + ids + [0, len(ids), 1, 768]
         recording = self.scratch / "heard.raw"
         with speech_checks.recording_of_the_sink(recording):

@@ -4,6 +4,7 @@ the stand-ins for downloaded voices spell."""
 
 import array
 import contextlib
+import json
 import os
 import subprocess
 import time
@@ -57,6 +58,15 @@ def share_heard(path, text):
     return recognise.hits(expected, heard_words(path)) / len(expected)
 
 
+def why_no_sound_server():
+    """Why a test cannot play through a private sound server here, or None when it can."""
+    if os.environ.get("MURMELA_PULSE_UNAVAILABLE"):
+        return "no sound server: " + os.environ["MURMELA_PULSE_UNAVAILABLE"]
+    if not os.environ.get("MURMELA_PULSE_SINK"):
+        return "run through tests/support/pulse-session"
+    return None
+
+
 @contextlib.contextmanager
 def recording_of_the_sink(path):
     """Records the private sound server's sink (tests/support/pulse-session) into `path` as
@@ -73,6 +83,16 @@ def recording_of_the_sink(path):
             time.sleep(0.3)
             recorder.terminate()
             recorder.wait()
+
+
+# "She measured." as the front end's symbols, which the Kokoro stand-in's vocabulary numbers.
+SHE_MEASURED = "\u0283i m\u02c8\u025b\u0292\u0259\u0279d."
+
+
+def kokoro_ids(neural, symbols):
+    """The ids of `symbols` in the vocabulary of the Kokoro stand-in, in the folder `neural`."""
+    vocabulary = json.loads((neural / "kokoro" / "vocab.json").read_text(encoding="utf-8"))
+    return [vocabulary["vocab"][symbol] for symbol in symbols]
 
 
 def spelled(samples, count, block=32):
