@@ -71,6 +71,18 @@ class Session:
     def call(self, id, name, arguments):
         return self.request(id, "tools/call", {"name": name, "arguments": arguments})["result"]
 
+    def kill(self):
+        """Ends the process at once, whatever it is doing."""
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+        for stream in (self.process.stdin, self.process.stdout):
+            if not stream.closed:
+                stream.close()
+
+    def notify(self, method):
+        self.send({"jsonrpc": "2.0", "method": method})
+
     def close(self, timeout=60):
         self.process.stdin.close()
         rest = self.process.stdout.read()
@@ -97,13 +109,13 @@ class Companion(unittest.TestCase):
         self.session = Session(self.home)
 
     def tearDown(self):
-        if self.session.process.poll() is None:
-            self.session.process.kill()
-            self.session.process.wait()
-        for stream in (self.session.process.stdin, self.session.process.stdout):
-            if not stream.closed:
-                stream.close()
+        self.session.kill()
         shutil.rmtree(self.home, ignore_errors=True)
+
+    def restart(self, **environment):
+        """Replaces the session with one whose environment has these changes."""
+        self.session.kill()
+        self.session = Session(self.home, **environment)
 
     def test_lifecycle_and_revisions(self):
         answer = self.session.initialize("2025-06-18")["result"]
@@ -111,8 +123,8 @@ class Companion(unittest.TestCase):
         self.assertIn("tools", answer["capabilities"])
         self.assertEqual(answer["serverInfo"]["name"], "murmela")
         # A notification is never answered: the next answer is the ping's.
-        self.session.send({"jsonrpc": "2.0", "method": "notifications/initialized"})
-        self.session.send({"jsonrpc": "2.0", "method": "notifications/unheard-of"})
+        self.session.notify("notifications/initialized")
+        self.session.notify("notifications/unheard-of")
         self.assertEqual(self.session.request("p", "ping")["result"], {})
         tools = self.session.request(2, "tools/list")["result"]["tools"]
         schemas = {tool["name"]: tool["inputSchema"] for tool in tools}
@@ -190,9 +202,7 @@ class Companion(unittest.TestCase):
         destination = self.scratch / "speech.wav"
         destination.write_bytes(b"RIFF\0\0\0\0WAVE an older WAV file")
         # The voice is found two levels above libexec/murmela/, beside bin/.
-        self.session.process.kill()
-        self.session.process.wait()
-        self.session = Session(self.home, MURMELA_RESOURCES="")
+        self.restart(MURMELA_RESOURCES="")
         self.session.send({"jsonrpc": "2.0", "id": 1, "method": "tools/call",
                            "params": {"name": "save_audio",
                                       "arguments": {"text": TEXT, "path": str(destination)}}})
@@ -215,7 +225,7 @@ class Companion(unittest.TestCase):
         root.mkdir()
         home_file = self.scratch / "home.wav"
         session.initialize(capabilities={"roots": {"listChanged": True}})
-        session.send({"jsonrpc": "2.0", "method": "notifications/initialized"})
+        session.notify("notifications/initialized")
         asked = session.receive()
         self.assertEqual(asked["method"], "roots/list")
         self.assertNotIn("params", asked)
@@ -233,7 +243,7 @@ class Companion(unittest.TestCase):
         self.assertIn("outside the folders the client allows", text_of(waited["result"]))
 
         # Roots changed: asked again; an error for an answer allows nothing.
-        session.send({"jsonrpc": "2.0", "method": "notifications/roots/list_changed"})
+        session.notify("notifications/roots/list_changed")
         again = session.receive()
         self.assertEqual(again["method"], "roots/list")
         self.assertNotEqual(again["id"], asked["id"])
@@ -245,7 +255,7 @@ class Companion(unittest.TestCase):
         self.assertIn("could not list its roots (cannot tell)", text_of(refused))
 
         # A client that never answers holds a save only a few seconds, then it is refused.
-        session.send({"jsonrpc": "2.0", "method": "notifications/roots/list_changed"})
+        session.notify("notifications/roots/list_changed")
         self.assertEqual(session.receive()["method"], "roots/list")
         started = time.monotonic()
         refused = session.call(3, "save_audio", {"text": "hi", "path": str(root / "a.wav")})
@@ -262,8 +272,8 @@ class Companion(unittest.TestCase):
         self.assertEqual(sorted(os.listdir(self.scratch)), ["root"])
 
     def test_speak_plays_and_stop_silences(self):
-        if os.environ.get("MURMELA_PULSE_UNAVAILABLE") or not os.environ.get("MURMELA_PULSE_SINK"):
-            self.skipTest("needs tests/support/pulse-session and its sound server")
+        if reason := speech_checks.why_no_sound_server():
+            self.skipTest(reason)
         recording = self.scratch / "heard.raw"
         with speech_checks.recording_of_the_sink(recording):
             spoken = self.session.call(1, "speak", {"text": TEXT, "speed": 1.25})
@@ -291,14 +301,8 @@ class Companion(unittest.TestCase):
     def test_a_downloaded_voice_from_the_environment_and_its_failures(self):
         # The Kokoro stand-in spells what it was given: a 0, the ids, a 0, the style row (n for
         # n ids), the voice's number in the pack and the speed, each times 1024.
-        vocabulary = json.loads((NEURAL / "kokoro" / "vocab.json").read_text(encoding="utf-8"))
-        ids = [vocabulary["vocab"][symbol]
-               for symbol in "\u0283i m\u02c8\u025b\u0292\u0259\u0279d."]
-        self.session.process.kill()
-        self.session.process.wait()
-        self.session.process.stdin.close()
-        self.session.process.stdout.close()
-        self.session = Session(self.home, MURMELA_VOICE=str(NEURAL / "kokoro") + ":am_michael")
+        ids = speech_checks.kokoro_ids(NEURAL, speech_checks.SHE_MEASURED)
+        self.restart(MURMELA_VOICE=str(NEURAL / "kokoro") + ":am_michael")
         self.session.initialize()
         destination = self.scratch / "kokoro.wav"
         result = self.session.call(2, "save_audio",
@@ -314,12 +318,10 @@ class Companion(unittest.TestCase):
         # A model that fails while it runs is that call's error; the companion goes on.
         self.session = Session(self.home, MURMELA_VOICE=str(NEURAL / "bad" / "kokoro-failing"))
         self.session.initialize()
-        failed = self.session.call(2, "save_audio", {"text": "She measured it.",
-                                                     "path": str(self.scratch / "no.wav")})
-        self.assertTrue(failed["isError"], failed)
-        again = self.session.call(3, "save_audio", {"text": "She measured it.",
-                                                    "path": str(self.scratch / "no.wav")})
-        self.assertTrue(again["isError"], again)
+        for id in (2, 3):
+            failed = self.session.call(id, "save_audio", {"text": "She measured it.",
+                                                          "path": str(self.scratch / "no.wav")})
+            self.assertTrue(failed["isError"], failed)
         self.assertFalse((self.scratch / "no.wav").exists())
         self.assertEqual(self.session.close()[0], 0)
 
