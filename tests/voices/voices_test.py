@@ -9,6 +9,7 @@ machine.
 
 import argparse
 import array
+import contextlib
 import hashlib
 import http.server
 import json
@@ -104,6 +105,7 @@ class VoicesTest(unittest.TestCase):
                              "files": {"model.onnx": MODEL, "model.onnx.json": DESCRIPTION}}
         threading.Thread(target=self.server.serve_forever, daemon=True).start()
         self.base = f"http://127.0.0.1:{self.server.server_address[1]}"
+        self.model_url = self.base + "/files/model.onnx"
 
     def tearDown(self):
         self.server.shutdown()
@@ -122,6 +124,22 @@ class VoicesTest(unittest.TestCase):
     def voices_command(self, *arguments, prefix=(), in_place=False):
         return subprocess.run([*prefix, PROGRAM, "voices", *arguments], capture_output=True,
                               text=True, env=self.environment(in_place), timeout=120)
+
+    def listed(self, in_place=False):
+        """The installed voices by id, as `murmela voices --json` gives them."""
+        result = self.voices_command("--json", in_place=in_place)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return {voice["id"]: voice for voice in json.loads(result.stdout)}
+
+    def say(self, voice, text, in_place=False):
+        """`murmela say --raw` with `voice`; its raw samples."""
+        said = subprocess.run([PROGRAM, "say", "--raw", "--voice", voice, text],
+                              capture_output=True, env=self.environment(in_place), timeout=120)
+        self.assertEqual(said.returncode, 0, said.stderr)
+        return said.stdout
+
+    def assertAddFails(self, *arguments, code, message):
+        self.assertFails(self.voices_command("add", *arguments), code, message)
 
     def assertFails(self, result, code, message):
         self.assertEqual(result.returncode, code, result.stderr)
@@ -149,7 +167,7 @@ class VoicesTest(unittest.TestCase):
         self.assertEqual(rows[0][:4], ["ID", "NAME", "LANGUAGE", "KIND"])
         # The second bundled voice is installed for all users, so listed after the user's.
         self.assertEqual([row[0] for row in rows[1:]], ["murmela", "tones", "murmela-slt"])
-        listed = {voice["id"]: voice for voice in json.loads(self.voices_command("--json").stdout)}
+        listed = self.listed()
         self.assertEqual(listed["murmela-slt"]["place"], "system")
         self.assertEqual(listed["murmela-slt"]["name"], "Murmela cmu_us_slt")
         self.assertEqual(listed["tones"]["place"], "user")
@@ -159,29 +177,23 @@ class VoicesTest(unittest.TestCase):
         self.assertGreater(listed["tones"]["sizeBytes"], 100_000)
         self.assertEqual(listed["murmela"]["place"], "bundled")
 
-        self.assertFails(self.voices_command("add", "--name", "tones", str(TEST_VOICE)), 8,
-                         "tones is installed already")
+        self.assertAddFails("--name", "tones", str(TEST_VOICE), code=8,
+                            message="tones is installed already")
         self.assertFails(self.voices_command("remove", "murmela"), 8, "bundled")
         self.assertFails(self.voices_command("remove", "murmela-slt"), 8, "package manager")
         self.assertFails(self.voices_command("remove", "nobody"), 3, "no voice nobody")
         removed = self.voices_command("remove", "tones")
         self.assertEqual(removed.returncode, 0, removed.stderr)
         self.assertNothingInstalled()
-        self.assertEqual([v["id"] for v in json.loads(self.voices_command("--json").stdout)],
-                         ["murmela", "murmela-slt"])
+        self.assertEqual(list(self.listed()), ["murmela", "murmela-slt"])
 
     def test_the_built_program_lists_and_speaks_the_second_bundled_voice(self):
-        listed = self.voices_command("--json", in_place=True)
-        self.assertEqual(listed.returncode, 0, listed.stderr)
-        voices = {voice["id"]: voice for voice in json.loads(listed.stdout)}
+        voices = self.listed(in_place=True)
         self.assertEqual(voices["murmela-slt"]["place"], "system")
         self.assertEqual(pathlib.Path(voices["murmela-slt"]["directory"]).resolve(),
                          (RESOURCES / "voices" / "murmela-slt").resolve())
-        said = subprocess.run([PROGRAM, "say", "--raw", "--voice", "murmela-slt", "Hello there."],
-                              capture_output=True, env=self.environment(in_place=True),
-                              timeout=120)
-        self.assertEqual(said.returncode, 0, said.stderr)
-        samples = array.array("h", said.stdout[:len(said.stdout) // 2 * 2])
+        said = self.say("murmela-slt", "Hello there.", in_place=True)
+        samples = array.array("h", said[:len(said) // 2 * 2])
         self.assertGreater(len(samples), 24000 // 2)  # half a second at least
         self.assertGreater(max(abs(value) for value in samples), 1000)  # not silence
 
@@ -206,39 +218,33 @@ class VoicesTest(unittest.TestCase):
         self.assertGreater(len(styles), 1)
         self.assertTrue(all(style.startswith("kokoro-v1.0/") for style in styles), styles)
 
-        listed = {voice["id"]: voice for voice in json.loads(self.voices_command("--json").stdout)}
+        listed = self.listed()
         self.assertEqual(listed["en_US-test-medium"]["kind"], "piper")
         self.assertEqual(listed["en_US-test-medium"]["language"], "en-US")
         self.assertEqual([listed[style]["kind"] for style in styles], ["kokoro"] * len(styles))
         # The installed voices speak as themselves, picked by their ids.
         for voice in ("en_US-test-medium", styles[0]):
-            said = subprocess.run([PROGRAM, "say", "--raw", "--voice", voice, "Hello."],
-                                  capture_output=True, env=self.environment(), timeout=120)
-            self.assertEqual(said.returncode, 0, said.stderr)
-            self.assertGreater(len(said.stdout), 0, voice)
+            self.assertGreater(len(self.say(voice, "Hello.")), 0, voice)
 
     def test_what_is_not_a_voice_or_fails_its_sentence_is_refused_and_leaves_nothing(self):
         notes = self.scratch / "notes"
         notes.mkdir()
         (notes / "README").write_text("hello")
-        self.assertFails(self.voices_command("add", str(notes)), 7, "is not a voice")
-        self.assertFails(self.voices_command("add", str(notes / "README")), 7,
-                         "README is not part of a voice")
-        self.assertFails(self.voices_command("add", str(self.scratch / "absent.onnx")), 3,
-                         "no such file")
+        self.assertAddFails(str(notes), code=7, message="is not a voice")
+        self.assertAddFails(str(notes / "README"), code=7, message="README is not part of a voice")
+        self.assertAddFails(str(self.scratch / "absent.onnx"), code=3, message="no such file")
         # A voice whose files read well but whose encoder is damaged.
         damaged = self.scratch / "damaged"
         shutil.copytree(TEST_VOICE, damaged)
         (damaged / "encoder.onnx").write_bytes(b"not a model")
-        self.assertFails(self.voices_command("add", str(damaged)), 7, "fails its test sentence")
-        self.assertFails(self.voices_command("add", "--bogus"), 2, "unknown option --bogus")
+        self.assertAddFails(str(damaged), code=7, message="fails its test sentence")
+        self.assertAddFails("--bogus", code=2, message="unknown option --bogus")
         self.assertNothingInstalled()
 
     def test_a_download_resumes_after_the_connection_breaks_off(self):
         # Within one run: the connection breaks off once, and the rest is asked for by range.
         self.server.state["drops"]["model.onnx"] = 1
-        result = self.voices_command("add", "--sha256", MODEL_SHA256,
-                                     self.base + "/files/model.onnx")
+        result = self.voices_command("add", "--sha256", MODEL_SHA256, self.model_url)
         # The checksum held, so the model arrived whole; as no model it fails its sentence.
         self.assertFails(result, 7, "model fails its test sentence")
         self.assertNotIn("\r", result.stderr)  # no progress line off a terminal
@@ -251,9 +257,8 @@ class VoicesTest(unittest.TestCase):
         # A server that ignores the range sends the whole file again, which replaces the part.
         self.server.state["drops"]["model.onnx"] = 1
         self.server.state["ignore_ranges"].add("model.onnx")
-        self.assertFails(self.voices_command("add", "--sha256", MODEL_SHA256,
-                                             self.base + "/files/model.onnx"),
-                         7, "fails its test sentence")
+        self.assertAddFails("--sha256", MODEL_SHA256, self.model_url, code=7,
+                            message="fails its test sentence")
         self.server.state["ignore_ranges"].clear()
         self.assertNothingInstalled()
 
@@ -261,49 +266,45 @@ class VoicesTest(unittest.TestCase):
         # what arrived, and the next run asks only for the rest.
         self.server.state["requests"].clear()
         self.server.state["drops"]["model.onnx"] = 100
-        self.assertFails(self.voices_command("add", self.base + "/files/model.onnx"), 4,
-                         "the same command resumes it")
+        self.assertAddFails(self.model_url, code=4, message="the same command resumes it")
         kept = list((self.voices / ".partial").iterdir())
         self.assertEqual(len(kept), 1)
         kept_size = kept[0].stat().st_size
         self.assertTrue(0 < kept_size < len(MODEL))
         self.server.state["drops"]["model.onnx"] = 0
         self.server.state["requests"].clear()
-        self.assertFails(self.voices_command("add", "--sha256", MODEL_SHA256,
-                                             self.base + "/files/model.onnx"),
-                         7, "fails its test sentence")
+        self.assertAddFails("--sha256", MODEL_SHA256, self.model_url, code=7,
+                            message="fails its test sentence")
         self.assertEqual(self.requests()[0],
                          ("/files/model.onnx", f"bytes={kept_size}-"))
         self.assertNothingInstalled()
 
     def test_downloads_that_fail_say_why_and_leave_nothing(self):
         wrong = hashlib.sha256(b"something else").hexdigest()
-        self.assertFails(self.voices_command("add", "--sha256", wrong,
-                                             self.base + "/files/model.onnx"),
-                         5, "wrong checksum for model.onnx")
+        self.assertAddFails("--sha256", wrong, self.model_url, code=5,
+                            message="wrong checksum for model.onnx")
         self.assertNothingInstalled()
-        self.assertFails(self.voices_command("add", "--max-size", "100k",
-                                             self.base + "/files/model.onnx"),
-                         5, "larger than the size limit")
+        self.assertAddFails("--max-size", "100k", self.model_url, code=5,
+                            message="larger than the size limit")
         self.assertNothingInstalled()
-        self.assertFails(self.voices_command("add", self.base + "/files/absent.onnx"), 3,
-                         "not found: " + self.base + "/files/absent.onnx (HTTP 404)")
+        self.assertAddFails(self.base + "/files/absent.onnx", code=3,
+                            message=f"not found: {self.base}/files/absent.onnx (HTTP 404)")
         # A model whose description is missing on the server.
         self.server.state["files"]["lonely.onnx"] = MODEL
-        self.assertFails(self.voices_command("add", self.base + "/files/lonely.onnx"), 3,
-                         "lonely.onnx.json (HTTP 404)")
+        self.assertAddFails(self.base + "/files/lonely.onnx", code=3,
+                            message="lonely.onnx.json (HTTP 404)")
         self.assertNothingInstalled()
         # Nobody listens on a port just closed.
         with socket.socket() as closed:
             closed.bind(("127.0.0.1", 0))
             port = closed.getsockname()[1]
-        self.assertFails(self.voices_command("add", f"http://127.0.0.1:{port}/model.onnx"), 4,
-                         "cannot download")
+        self.assertAddFails(f"http://127.0.0.1:{port}/model.onnx", code=4,
+                            message="cannot download")
         self.assertNothingInstalled()
         # Redirects are followed, for the description too.
         self.server.state["requests"].clear()
-        self.assertFails(self.voices_command("add", self.base + "/redirect/model.onnx"), 7,
-                         "fails its test sentence")
+        self.assertAddFails(self.base + "/redirect/model.onnx", code=7,
+                            message="fails its test sentence")
         paths = [path for path, _ in self.requests()]
         self.assertIn("/files/model.onnx", paths)
         self.assertIn("/files/model.onnx.json", paths)
@@ -315,25 +316,20 @@ class VoicesTest(unittest.TestCase):
         # The voices' folder on a file system smaller than the model, in a mount namespace of
         # the command's own.
         script = ('mount -t tmpfs -o size=128k tmpfs "$XDG_DATA_HOME" && exec "$@"')
-        result = self.voices_command("add", self.base + "/files/model.onnx",
+        result = self.voices_command("add", self.model_url,
                                      prefix=("unshare", "--mount", "sh", "-c", script, "sh"))
         self.assertFails(result, 6, "the disk is full")
 
     def test_progress_shows_on_a_terminal(self):
         controller, terminal = pty.openpty()
-        process = subprocess.Popen([PROGRAM, "voices", "add", self.base + "/files/model.onnx"],
+        process = subprocess.Popen([PROGRAM, "voices", "add", self.model_url],
                                    stdout=subprocess.PIPE, stderr=terminal,
                                    env=self.environment())
         os.close(terminal)
         shown = b""
-        while True:
-            try:
-                chunk = os.read(controller, 4096)
-            except OSError:
-                break
-            if not chunk:
-                break
-            shown += chunk
+        with contextlib.suppress(OSError):  # EIO once the program has closed the terminal
+            while chunk := os.read(controller, 4096):
+                shown += chunk
         process.communicate(timeout=120)
         os.close(controller)
         self.assertEqual(process.returncode, 7, shown)
