@@ -74,6 +74,20 @@ std::vector<std::filesystem::path> filesIn(const std::filesystem::path& director
     return files;
 }
 
+// Saves to `destination` and waits for `ready`: the notice the save ended with.
+std::optional<Notice> saveAndWait(Speech& speech, const std::filesystem::path& destination) {
+    speech.save(destination);
+    EXPECT_TRUE(testing::waitForReady(speech, 60s)) << "the save did not end";
+    return speech.notice();
+}
+
+// Speaks and waits for `ready`: the notice speaking ended with.
+std::optional<Notice> speakAndWait(Speech& speech) {
+    speech.speak();
+    EXPECT_TRUE(testing::waitForReady(speech, 30s)) << "speaking did not end";
+    return speech.notice();
+}
+
 // The log lines that start with `prefix`, checked to be errors, without their level.
 std::vector<std::string> errors(const testing::LogRecord& log, const std::string& prefix) {
     std::vector<std::string> texts;
@@ -216,9 +230,7 @@ TEST(SpeechWithoutASoundServer, SpeakingFailsWithTheNoticeAndTheModelStaysUsable
     EXPECT_GT(lines[0].size(), std::string("murmelaMain: audio output: ").size());
     EXPECT_TRUE(log.startingWith("first audio after ").empty());
 
-    speech->save(directory / "saved.wav");
-    ASSERT_TRUE(testing::waitForReady(*speech, 30s));
-    EXPECT_EQ(speech->notice(), Notice::saved("saved.wav"));
+    EXPECT_EQ(saveAndWait(*speech, directory / "saved.wav"), Notice::saved("saved.wav"));
 }
 
 TEST_F(SpeechTest, OperationsOutsideTheirPhaseChangeNothing) {
@@ -294,9 +306,7 @@ TEST_F(SpeechTest, SpeakingClearsTheNoticeSignalsItsPhasesAndLogsTheFirstAudio) 
     std::unique_ptr<Speech> speech = loadedSpeech();
     speech->setText(twoSentences);
     speech->setSpeed(1.25);
-    speech->save(directory / "first.wav");
-    ASSERT_TRUE(testing::waitForReady(*speech, 30s));
-    ASSERT_EQ(speech->notice(), Notice::saved("first.wav"));
+    ASSERT_EQ(saveAndWait(*speech, directory / "first.wav"), Notice::saved("first.wav"));
 
     testing::SignalRecord record(*speech);
     speech->speak();
@@ -400,17 +410,13 @@ TEST_F(SpeechTest, SavingWritesTheSynthesisedSamplesAtTheSpeedAsA16BitWav) {
     // the model goes on working.
     testing::writeText(directory / "plain-file", "not a directory");
     const std::filesystem::path unwritable = directory / "plain-file" / "out.wav";
-    speech->save(unwritable);
-    ASSERT_TRUE(testing::waitForReady(*speech, 30s));
-    EXPECT_EQ(speech->notice(), Notice::saveFailed());
+    EXPECT_EQ(saveAndWait(*speech, unwritable), Notice::saveFailed());
     const std::vector<std::string> failures = errors(log, "murmelaMain: save failed: ");
     ASSERT_EQ(failures.size(), 1u);
     EXPECT_THAT(failures[0], ::testing::HasSubstr(unwritable.string()));
     EXPECT_THAT(filesIn(directory.path()),
                 ::testing::UnorderedElementsAre(destination.filename(), "plain-file"));
-    speech->save(directory / "good.wav");
-    ASSERT_TRUE(testing::waitForReady(*speech, 30s));
-    EXPECT_EQ(speech->notice(), Notice::saved("good.wav"));
+    EXPECT_EQ(saveAndWait(*speech, directory / "good.wav"), Notice::saved("good.wav"));
 }
 
 TEST_F(SpeechTest, ASynthesisErrorEndsSpeakingAndSavingWithTheirFailureNotices) {
@@ -427,15 +433,11 @@ TEST_F(SpeechTest, ASynthesisErrorEndsSpeakingAndSavingWithTheirFailureNotices) 
     speech.setText(QString("We go now. ") + twoSentences);
 
     testing::SignalRecord record(speech);
-    speech.speak();
-    ASSERT_TRUE(testing::waitForReady(speech, 30s));
-    EXPECT_EQ(speech.notice(), Notice::failed());
+    EXPECT_EQ(speakAndWait(speech), Notice::failed());
     EXPECT_EQ(speech.player().pending(), 0);
     EXPECT_EQ(log.startingWith("first audio after ").size(), 1u);
 
-    speech.save(directory / "failed.wav");
-    ASSERT_TRUE(testing::waitForReady(speech, 30s));
-    EXPECT_EQ(speech.notice(), Notice::saveFailed());
+    EXPECT_EQ(saveAndWait(speech, directory / "failed.wav"), Notice::saveFailed());
     EXPECT_THAT(filesIn(directory.path()), IsEmpty());
 
     EXPECT_THAT(record.phases,
@@ -457,9 +459,7 @@ TEST_F(SpeechTest, TheEnvironmentsDownloadedVoiceSpeaksAndItsFailuresAreNotices)
     Speech speech(settings.store(), std::nullopt);
     ASSERT_TRUE(testing::loadAndWait(speech));
     speech.setText(QString::fromStdString(text));
-    speech.save(directory / "piper.wav");
-    ASSERT_TRUE(testing::waitForReady(speech, 30s));
-    EXPECT_EQ(speech.notice(), Notice::saved("piper.wav"));
+    EXPECT_EQ(saveAndWait(speech, directory / "piper.wav"), Notice::saved("piper.wav"));
     Voice expected(piper);
     expectWavOf(directory / "piper.wav", testing::speakAll(expected, text, 1.0).joined());
 
@@ -468,12 +468,8 @@ TEST_F(SpeechTest, TheEnvironmentsDownloadedVoiceSpeaksAndItsFailuresAreNotices)
     ASSERT_TRUE(testing::loadAndWait(failing));  // the voice is looked for when it is loaded
     chosen.reset();
     failing.setText("She measured it.");
-    failing.speak();
-    ASSERT_TRUE(testing::waitForReady(failing, 30s));
-    EXPECT_EQ(failing.notice(), Notice::failed());
-    failing.save(directory / "failed.wav");
-    ASSERT_TRUE(testing::waitForReady(failing, 30s));
-    EXPECT_EQ(failing.notice(), Notice::saveFailed());
+    EXPECT_EQ(speakAndWait(failing), Notice::failed());
+    EXPECT_EQ(saveAndWait(failing, directory / "failed.wav"), Notice::saveFailed());
     EXPECT_FALSE(std::filesystem::exists(directory / "failed.wav"));
 }
 
@@ -514,8 +510,8 @@ TEST_F(SpeechTest, AChosenVoiceSpeaksIsRememberedAndIsReplacedByTheBundledOneWhe
     const testing::ScopedVariable resources("MURMELA_RESOURCES", directory.path());
     const auto savedBy = [&](Speech& speech, const std::string& name) {
         speech.setText("Please close the window.");
-        speech.save(directory / name);
-        EXPECT_TRUE(testing::waitForReady(speech, 60s));
+        EXPECT_EQ(saveAndWait(speech, directory / name),
+                  Notice::saved(QString::fromStdString(name)));
         return testing::readText(directory / name);
     };
     {
