@@ -2,6 +2,7 @@
 
 #include "companion/save_location.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -13,6 +14,7 @@ namespace murmela::companion {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::HasSubstr;
 using testing::TemporaryDirectory;
 using testing::writeText;
 
@@ -35,13 +37,10 @@ TEST(FileUriPath, DecodesLocalFileUrisAndIgnoresEverythingElse) {
               fs::path("/srv/my notes/\xC3\xA9t\xC3\xA9"));
     EXPECT_EQ(fileUriPath("file:///tmp/a%2Fb?query#part"), fs::path("/tmp/a/b"));
     // Another host, another scheme, a broken escape or an escaped NUL name no local path.
-    EXPECT_EQ(fileUriPath("file://server/share"), std::nullopt);
-    EXPECT_EQ(fileUriPath("https://example.com/home"), std::nullopt);
-    EXPECT_EQ(fileUriPath("file:"), std::nullopt);
-    EXPECT_EQ(fileUriPath("file://"), std::nullopt);
-    EXPECT_EQ(fileUriPath("file:///tmp/%4"), std::nullopt);
-    EXPECT_EQ(fileUriPath("file:///tmp/%zz"), std::nullopt);
-    EXPECT_EQ(fileUriPath("file:///tmp/%00x"), std::nullopt);
+    for (const char* uri : {"file://server/share", "https://example.com/home", "file:", "file://",
+                            "file:///tmp/%4", "file:///tmp/%zz", "file:///tmp/%00x"}) {
+        EXPECT_EQ(fileUriPath(uri), std::nullopt) << uri;
+    }
 
     const nlohmann::json listed = {{"roots",
                                     {{{"uri", "file:///home/me/Music"}, {"name", "Music"}},
@@ -77,32 +76,28 @@ TEST(SaveLocation, WritesOnlyNewOrWavFilesInsideTheRoots) {
     EXPECT_EQ(refusal(location, root / "notes.txt.wav"),
               (root / "notes.txt.wav").string() +
                   " exists and is not a WAV file; only a WAV file is replaced");
-    EXPECT_NE(refusal(location, root / "short.wav").find("is not a WAV file"), std::string::npos);
+    EXPECT_THAT(refusal(location, root / "short.wav"), HasSubstr("is not a WAV file"));
     EXPECT_EQ(refusal(location, root / "speech.mp3"),
               (root / "speech.mp3").string() + " does not end in .wav; only WAV files are written");
-    EXPECT_NE(refusal(location, root / ".wav").find("does not end in .wav"), std::string::npos);
-    EXPECT_NE(refusal(location, root / "sub").find("does not end in .wav"), std::string::npos);
+    EXPECT_THAT(refusal(location, root / ".wav"), HasSubstr("does not end in .wav"));
+    EXPECT_THAT(refusal(location, root / "sub"), HasSubstr("does not end in .wav"));
     fs::create_directories(root / "folder.wav");
-    EXPECT_NE(refusal(location, root / "folder.wav").find("is a folder"), std::string::npos);
-    EXPECT_NE(refusal(location, root / "sub/").find("names a folder"), std::string::npos);
+    EXPECT_THAT(refusal(location, root / "folder.wav"), HasSubstr("is a folder"));
+    EXPECT_THAT(refusal(location, root / "sub/"), HasSubstr("names a folder"));
     EXPECT_EQ(refusal(location, root / "missing" / "a.wav"),
               "the folder " + (root / "missing").string() +
                   " does not exist; the companion creates no folders");
-    EXPECT_NE(refusal(location, root / "old.wav" / "a.wav").find("cannot open the folder"),
-              std::string::npos);
-    EXPECT_NE(refusal(location, scratch / "outside" / "a.wav").find("outside the folders"),
-              std::string::npos);
-    EXPECT_NE(refusal(location, scratch / "a.wav").find("outside the folders"), std::string::npos);
+    EXPECT_THAT(refusal(location, root / "old.wav" / "a.wav"), HasSubstr("cannot open the folder"));
+    EXPECT_THAT(refusal(location, scratch / "outside" / "a.wav"), HasSubstr("outside the folders"));
+    EXPECT_THAT(refusal(location, scratch / "a.wav"), HasSubstr("outside the folders"));
     // Climbing out, even back in again, is not taken apart: the plain path is asked for.
-    EXPECT_NE(refusal(location, root / ".." / "outside" / "a.wav").find("has a . or .."),
-              std::string::npos);
-    EXPECT_NE(refusal(location, root / "sub" / ".." / "a.wav").find("has a . or .."),
-              std::string::npos);
-    EXPECT_NE(refusal(location, "relative.wav").find("not an absolute path"), std::string::npos);
+    EXPECT_THAT(refusal(location, root / ".." / "outside" / "a.wav"), HasSubstr("has a . or .."));
+    EXPECT_THAT(refusal(location, root / "sub" / ".." / "a.wav"), HasSubstr("has a . or .."));
+    EXPECT_THAT(refusal(location, "relative.wav"), HasSubstr("not an absolute path"));
     // A root that is only a prefix of a name does not cover its neighbour.
     fs::create_directories(scratch / "root-other");
-    EXPECT_NE(refusal(location, scratch / "root-other" / "a.wav").find("outside the folders"),
-              std::string::npos);
+    EXPECT_THAT(refusal(location, scratch / "root-other" / "a.wav"),
+                HasSubstr("outside the folders"));
 
     // Nothing was created or changed by looking.
     EXPECT_FALSE(fs::exists(root / "new.wav"));
@@ -111,11 +106,10 @@ TEST(SaveLocation, WritesOnlyNewOrWavFilesInsideTheRoots) {
     // Several roots, one of them missing; "file:///" allows every folder.
     const SaveLocation two = SaveLocation::insideRoots({scratch / "gone", scratch / "outside"});
     EXPECT_EQ(refusal(two, scratch / "outside" / "a.wav"), "allowed");
-    EXPECT_NE(refusal(two, root / "a.wav").find("outside the folders"), std::string::npos);
+    EXPECT_THAT(refusal(two, root / "a.wav"), HasSubstr("outside the folders"));
     const SaveLocation everywhere = SaveLocation::insideRoots({*fileUriPath("file:///")});
     EXPECT_EQ(refusal(everywhere, scratch / "outside" / "a.wav"), "allowed");
-    EXPECT_NE(refusal(everywhere, root / "notes.txt.wav").find("is not a WAV file"),
-              std::string::npos);
+    EXPECT_THAT(refusal(everywhere, root / "notes.txt.wav"), HasSubstr("is not a WAV file"));
 
     // No roots at all: nowhere.
     EXPECT_EQ(refusal(SaveLocation::insideRoots({}), root / "new.wav"),
@@ -139,10 +133,9 @@ TEST(SaveLocation, FollowsNoLinkToTheFileOrOutOfTheRoots) {
 
     // A link in the middle that leads out is refused; one that stays inside is followed, and
     // the real folder is where the file goes.
-    EXPECT_NE(refusal(location, root / "escape" / "victim.wav").find("outside the folders"),
-              std::string::npos);
-    EXPECT_NE(refusal(location, root / "escape" / "new.wav").find("outside the folders"),
-              std::string::npos);
+    EXPECT_THAT(refusal(location, root / "escape" / "victim.wav"),
+                HasSubstr("outside the folders"));
+    EXPECT_THAT(refusal(location, root / "escape" / "new.wav"), HasSubstr("outside the folders"));
     EXPECT_EQ(location.destination(root / "shortcut" / "new.wav"),
               fs::canonical(root / "inner") / "new.wav");
     // A link as the last component, wherever it points, and a dangling one.
@@ -158,8 +151,7 @@ TEST(SaveLocation, FollowsNoLinkToTheFileOrOutOfTheRoots) {
     const SaveLocation throughLink = SaveLocation::insideRoots({scratch / "root-link"});
     EXPECT_EQ(refusal(throughLink, root / "new.wav"), "allowed");
     EXPECT_EQ(refusal(throughLink, scratch / "root-link" / "new.wav"), "allowed");
-    EXPECT_NE(refusal(throughLink, scratch / "outside" / "new.wav").find("outside"),
-              std::string::npos);
+    EXPECT_THAT(refusal(throughLink, scratch / "outside" / "new.wav"), HasSubstr("outside"));
 }
 
 TEST(SaveLocation, WithoutRootsWritesInTheHomeOutsideHiddenFolders) {
