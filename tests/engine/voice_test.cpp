@@ -5,6 +5,7 @@
 #include "engine/voice.h"
 #include "engine/three_stage_voice.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -191,12 +192,10 @@ TEST_F(VoiceTest, TooManyTokensOrNoFramesAreErrors) {
     EXPECT_EQ(testing::voiceErrorText([&] { model.encode({}); }),
               "voice: 0 ids is past the encoder");
     VoiceModel::Encoded two = model.encode(std::vector<int64_t>{43, 44});
-    EXPECT_EQ(testing::voiceErrorText([&] { model.decode(two.features, std::vector<int64_t>{}); }),
-              "voice: no frames");
-    EXPECT_EQ(testing::voiceErrorText([&] {
-                  model.decode(two.features, std::vector<int64_t>{0, 0});
-              }),
-              "voice: no frames");
+    for (const std::vector<int64_t>& counts : {std::vector<int64_t>{}, {0, 0}}) {
+        EXPECT_EQ(testing::voiceErrorText([&] { model.decode(two.features, counts); }),
+                  "voice: no frames");
+    }
 }
 
 TEST_F(VoiceTest, FramesPastTheLargestDecoderBucketAreTooLong) {
@@ -206,12 +205,8 @@ TEST_F(VoiceTest, FramesPastTheLargestDecoderBucketAreTooLong) {
     ids.push_back(2);
     EXPECT_EQ(model.synthesizeChunk(ids, 1.0).samples.size(), 800u * 300u);
     ids.push_back(1);  // two more frames
-    try {
-        model.synthesizeChunk(ids, 1.0);
-        ADD_FAILURE() << "no TooLong";
-    } catch (const TooLong& tooLong) {
-        EXPECT_EQ(tooLong.frames, 802);
-    }
+    EXPECT_THAT([&] { model.synthesizeChunk(ids, 1.0); },
+                ::testing::Throws<TooLong>(::testing::Field(&TooLong::frames, 802)));
     // decode on its own, with any counts.
     VoiceModel::Encoded one = model.encode(std::vector<int64_t>{43});
     EXPECT_THROW(model.decode(one.features, std::vector<int64_t>{801}), TooLong);
