@@ -112,12 +112,9 @@ TEST(VoiceAssembly, FolderIsCheckedBeforeItIsCopied) {
     EXPECT_TRUE(fs::is_symlink(root / "staging" / "tones" / "loop"));
 
     writeText(root / "junk" / "big.dat", std::string(4096, 'x'));
-    try {
-        arrangeFolder(root / "junk", std::nullopt, root / "staging");
-        ADD_FAILURE() << "a folder of junk was taken";
-    } catch (const VoicesFailure& failure) {
-        EXPECT_EQ(failure.kind(), VoicesFailure::Kind::notAVoice);
-    }
+    EXPECT_THAT([&] { arrangeFolder(root / "junk", std::nullopt, root / "staging"); },
+                ::testing::Throws<VoicesFailure>(
+                    ::testing::Property(&VoicesFailure::kind, VoicesFailure::Kind::notAVoice)));
     EXPECT_FALSE(fs::exists(root / "staging" / "junk"));
 }
 
