@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "common/voice_error.h"
 #include "support/temporary_directory.h"
 #include "support/test_voice.h"
 #include "voices/voice_catalog.h"
@@ -77,12 +76,7 @@ void writePiper(const std::filesystem::path& directory, const std::string& stem,
 }
 
 std::string errorOf(const std::filesystem::path& directory) {
-    try {
-        readVoiceDirectory(directory);
-    } catch (const VoiceError& error) {
-        return error.what();
-    }
-    return "no error";
+    return testing::voiceErrorText([&] { readVoiceDirectory(directory); });
 }
 
 TEST(VoiceCatalog, PiperDescriptionGivesLanguageQualityRateAndOneVoicePerSpeaker) {
