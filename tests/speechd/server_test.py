@@ -20,8 +20,10 @@ import numpy as np
 
 REPO = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(REPO / "tools" / "voice"))
+sys.path.insert(0, str(REPO / "tests" / "support"))
 
 import recognise  # noqa: E402
+import speech_checks  # noqa: E402
 
 RATE = 24000
 # The recogniser must get most words of a sentence the bundled voice speaks at normal speed.
@@ -196,10 +198,7 @@ def downloaded_voice_speaks(scratch, module, configuration, resources, neural):
     """MURMELA_VOICE in the server's environment: the module speaks the Kokoro stand-in, whose
     samples spell the ids it was given (tools/make_test_voice.py); a model that fails while it
     runs ends that message, and the module answers the next."""
-    import json
-    vocabulary = json.loads((neural / "kokoro" / "vocab.json").read_text(encoding="utf-8"))
-    ids = [vocabulary["vocab"][symbol]
-           for symbol in "\u0283i m\u02c8\u025b\u0292\u0259\u0279d \u026at."]
+    ids = speech_checks.kokoro_ids(neural, speech_checks.SHE_MEASURED[:-1] + " \u026at.")
     expected = [0] + ids + [0, len(ids), 1]  # the speed comes last, as the server's rate sets it
     server = Server(scratch / "kokoro", module, configuration, resources,
                     MURMELA_VOICE=str(neural / "kokoro"))
@@ -209,13 +208,8 @@ def downloaded_voice_speaks(scratch, module, configuration, resources, neural):
                               env=dict(os.environ, SPEECHD_ADDRESS=server.address))
         samples = recording.stop()
         check(said.returncode == 0, "spd-say speaks with the voice of MURMELA_VOICE")
-        loud = np.nonzero(samples > 0.9 * samples.max())[0] if len(samples) else []
-        spelled = []
-        if len(loud) and samples.max() > 0.1:
-            start = loud[0]
-            spelled = [samples[start + (index + 1) * 32 + 16] / samples[start + 16] * 1024
-                       for index in range(len(expected))
-                       if start + (index + 2) * 32 <= len(samples)]
+        # The recording holds floats; the spelling is read from 16-bit samples.
+        spelled = speech_checks.spelled(samples * 32767, len(expected))
         check(len(spelled) == len(expected) and
               all(abs(value - wanted) < 0.5 for value, wanted in zip(spelled, expected)),
               "what the sink plays spells the ids, the style row and the voice: %s" %
