@@ -58,15 +58,6 @@ std::vector<double> expectedSpelling(const std::vector<int64_t>& ids, double len
     return values;
 }
 
-void expectSpelled(const std::vector<float>& samples, const std::vector<double>& expected,
-                   double tolerance) {
-    const std::vector<double> values = testing::spelledValues(samples, expected.size());
-    ASSERT_EQ(values.size(), expected.size());
-    for (size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_NEAR(values[i], expected[i], tolerance) << "value " << i;
-    }
-}
-
 TEST(PiperVoice, EachSentenceIsEspeaksIpaInCodePointsFramedAndPaddedThenSilence) {
     const std::filesystem::path settings =
         testing::standIn("piper-multi") / "en_US-multi-medium.onnx.json";
@@ -88,7 +79,7 @@ TEST(PiperVoice, EachSentenceIsEspeaksIpaInCodePointsFramedAndPaddedThenSilence)
         const std::vector<double> spelling = expectedSpelling(ids, 1.0, 1);
         const size_t spelled = (spelling.size() + 1) * testing::spellingBlock;
         ASSERT_EQ(spoken.samples[index].size(), spelled + 4800);
-        expectSpelled(spoken.samples[index], spelling, 1e-3);
+        testing::expectSpelled(spoken.samples[index], spelling);
         EXPECT_TRUE(std::all_of(spoken.samples[index].begin() + spelled,
                                 spoken.samples[index].end(), [](float s) { return s == 0.0f; }));
     }
@@ -100,7 +91,7 @@ TEST(PiperVoice, EachSentenceIsEspeaksIpaInCodePointsFramedAndPaddedThenSilence)
     // The length scale is divided by the speed; the first speaker is the default.
     Voice first(VoiceChoice(testing::standIn("piper-multi")));
     const testing::SpokenChunks faster = testing::speakAll(first, "She measured.", 1.25);
-    expectSpelled(faster.samples.at(0), expectedSpelling(faster.ids.at(0), 0.8, 0), 1e-3);
+    testing::expectSpelled(faster.samples.at(0), expectedSpelling(faster.ids.at(0), 0.8, 0));
 }
 
 TEST(PiperVoice, AnotherRateIsResampledTo24kHzKeepingLengthAndPitch) {

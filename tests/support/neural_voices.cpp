@@ -1,5 +1,8 @@
 #include "support/neural_voices.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 namespace murmela::testing {
 
 std::filesystem::path neuralVoiceDirectory() {
@@ -40,6 +43,11 @@ std::vector<double> spelledValues(std::span<const float> samples, size_t count) 
         values.push_back(samples[block * spellingBlock + spellingBlock / 2] / fullScale * 1024.0);
     }
     return values;
+}
+
+void expectSpelled(std::span<const float> samples, const std::vector<double>& expected) {
+    EXPECT_THAT(spelledValues(samples, expected.size()),
+                ::testing::Pointwise(::testing::DoubleNear(1e-3), expected));
 }
 
 }  // namespace murmela::testing

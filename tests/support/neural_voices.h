@@ -37,4 +37,7 @@ std::vector<double> spelledValues(std::span<const float> samples, size_t count);
 
 constexpr size_t spellingBlock = 32;
 
+// Checks that `samples` spell `expected`, each value within 1e-3.
+void expectSpelled(std::span<const float> samples, const std::vector<double>& expected);
+
 }  // namespace murmela::testing
