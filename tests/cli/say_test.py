@@ -94,6 +94,12 @@ class WithScratch(unittest.TestCase):
     def tearDown(self):
         shutil.rmtree(self.scratch, ignore_errors=True)
 
+    def said(self, *arguments, **options):
+        """What `murmela say` writes to standard output, checking that it succeeds."""
+        result = say(*arguments, **options)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return result.stdout
+
 
 class Say(WithScratch):
     def assertFails(self, result, code, message):
@@ -128,31 +134,21 @@ class Say(WithScratch):
         text = " ".join(SENTENCES[:2])
         destination = self.scratch / "speech.wav"
         destination.write_bytes(b"an older file, replaced whole")
-        result = say("--output", str(destination), "--speed", "1", text)
-        self.assertEqual(result.returncode, 0, result.stderr)
-        self.assertEqual(result.stdout, b"")
+        self.assertEqual(self.said("--output", str(destination), "--speed", "1", text), b"")
         fields, samples = speech_checks.read_wav(destination)
         self.assertEqual(fields, (1, 2, 24000))
         self.assertEqual(os.listdir(self.scratch), ["speech.wav"])  # no scratch file left
-        raw = say("--raw", text)
-        self.assertEqual(raw.returncode, 0, raw.stderr)
-        self.assertEqual(samples.tobytes(), raw.stdout)
+        raw = self.said("--raw", text)
+        self.assertEqual(samples.tobytes(), raw)
         self.assertGreater(speech_checks.share_heard(destination, text), 0.6)
         # Standard input gives the same as the words on the command line.
-        piped = say("--raw", stdin=text.encode())
-        self.assertEqual(piped.stdout, raw.stdout)
+        self.assertEqual(self.said("--raw", stdin=text.encode()), raw)
         # A faster speed gives shorter audio.
-        fast = say("--raw", "--speed=1.5", text)
-        self.assertLess(len(fast.stdout), len(raw.stdout) * 0.8)
+        self.assertLess(len(self.said("--raw", "--speed=1.5", text)), len(raw) * 0.8)
 
     def spoken_alone(self, *sentences):
         """The raw samples of each sentence spoken on its own."""
-        spoken = []
-        for sentence in sentences:
-            result = say("--raw", sentence)
-            self.assertEqual(result.returncode, 0, result.stderr)
-            spoken.append(result.stdout)
-        return spoken
+        return [self.said("--raw", sentence) for sentence in sentences]
 
     def test_standard_input_is_spoken_as_it_arrives(self):
         first, paused, split, blank, last = self.spoken_alone(
@@ -215,9 +211,7 @@ class Say(WithScratch):
         self.assertFails(slowly("-o", str(destination)), 3, "nothing to speak")
         self.assertEqual(os.listdir(self.scratch), [])
         # Some speech after nothing: done.
-        mixed = say("--raw", stdin=b"...\n\nHello")
-        self.assertEqual(mixed.returncode, 0, mixed.stderr)
-        self.assertEqual(mixed.stdout, self.spoken_alone("Hello")[0])
+        self.assertEqual(self.said("--raw", stdin=b"...\n\nHello"), self.said("--raw", "Hello"))
 
     def test_help_and_version(self):
         shown = say("--help")
@@ -301,8 +295,7 @@ class Say(WithScratch):
             self.skipTest(reason)
         recording = self.scratch / "heard.raw"
         with speech_checks.recording_of_the_sink(recording):
-            result = say(SENTENCES[0], SENTENCES[1])
-        self.assertEqual(result.returncode, 0, result.stderr)
+            self.said(SENTENCES[0], SENTENCES[1])
         heard = speech_checks.pcm16(recording.read_bytes())
         self.assertGreater(speech_checks.sounding_seconds(heard), 1.0)
         # Standard input is heard as it arrives, and the sentence playing is not cut off
@@ -351,24 +344,21 @@ class SayWithDownloadedVoices(WithScratch):
     def test_piper_speaker_through_raw_output_and_the_environment(self):
         ids = self.piper_ids()
         expected = ids + [len(ids), 0.667 * 1024, 0.8 * 1024, 0.8 * 1024, 2]
-        raw = say("--raw", "--speed", "1.25", "--voice", str(NEURAL / "piper-multi") + ":carol",
-                  "She measured.")
-        self.assertEqual(raw.returncode, 0, raw.stderr)
-        self.assertSpells(speech_checks.pcm16(raw.stdout), expected, 0.05)
+        raw = self.said("--raw", "--speed", "1.25", "--voice",
+                        str(NEURAL / "piper-multi") + ":carol", "She measured.")
+        self.assertSpells(speech_checks.pcm16(raw), expected, 0.05)
         # MURMELA_VOICE chooses the same; --voice wins over it.
         chosen = environment(MURMELA_VOICE=str(NEURAL / "piper-multi") + ":carol")
-        self.assertEqual(say("--raw", "--speed", "1.25", "She measured.", env=chosen).stdout,
-                         raw.stdout)
-        other = say("--raw", "--speed", "1.25", "--voice", str(NEURAL / "piper-multi") + ":bob",
-                    "She measured.", env=chosen)
-        self.assertSpells(speech_checks.pcm16(other.stdout), expected[:-1] + [1], 0.05)
+        self.assertEqual(self.said("--raw", "--speed", "1.25", "She measured.", env=chosen), raw)
+        other = self.said("--raw", "--speed", "1.25", "--voice",
+                          str(NEURAL / "piper-multi") + ":bob", "She measured.", env=chosen)
+        self.assertSpells(speech_checks.pcm16(other), expected[:-1] + [1], 0.05)
 
     def test_kokoro_style_through_a_wav_file(self):
         ids = speech_checks.kokoro_ids(NEURAL, speech_checks.SHE_MEASURED)
         destination = self.scratch / "kokoro.wav"
-        result = say("--voice", str(NEURAL / "kokoro") + ":am_michael", "-o", str(destination),
-                     "She measured.")
-        self.assertEqual(result.returncode, 0, result.stderr)
+        self.said("--voice", str(NEURAL / "kokoro") + ":am_michael", "-o", str(destination),
+                  "She measured.")
         fields, samples = speech_checks.read_wav(destination)
         self.assertEqual(fields, (1, 2, 24000))
         # 0 at both ends, style row n for n ids, the second voice of the pack, speed 1.
@@ -405,9 +395,7 @@ class SayWithDownloadedVoices(WithScratch):
         with speech_checks.recording_of_the_sink(recording):
             # Slower than normal, so that only the block that begins each sentence is at full
             # scale.
-            result = say("--voice", str(NEURAL / "kokoro"), "--speed", "0.75",
-                         "She measured it. " * 4)
-        self.assertEqual(result.returncode, 0, result.stderr)
+            self.said("--voice", str(NEURAL / "kokoro"), "--speed", "0.75", "She measured it. " * 4)
         heard = speech_checks.pcm16(recording.read_bytes())
         # Each sentence's spelling, wherever a full-scale block begins. The sound server may
         # resample on the way, and a sound server just woken may drop the very first samples:
