@@ -21,7 +21,6 @@
 #include <QTest>
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -210,7 +209,7 @@ TEST_F(MainWindow, ShowsLoadingUntilReadyThenShortcutsAndMenuItemsReachTheModel)
 
 TEST_F(MainWindow, SaveAsksWhereInTheSaveDirectoryAndWritesTheFile) {
     murmela::testing::TemporaryDirectory directory("murmela-save");
-    ::setenv("MURMELA_SAVE_DIR", directory.path().c_str(), 1);
+    const murmela::testing::ScopedVariable saveDirectory("MURMELA_SAVE_DIR", directory.path());
     ASSERT_TRUE(waitForPhase(Phase::ready));
     // Nothing to say: no dialog.
     press(Qt::CTRL | Qt::Key_S);
@@ -238,7 +237,6 @@ TEST_F(MainWindow, SaveAsksWhereInTheSaveDirectoryAndWritesTheFile) {
     EXPECT_TRUE(std::filesystem::exists(directory.path() / "talk.mp3.wav"));
     EXPECT_EQ(status(), text("murmela.saved", {{"name", "talk.mp3.wav"}}));
     dialog->reject();
-    ::unsetenv("MURMELA_SAVE_DIR");
 }
 
 TEST_F(MainWindow, MenusHoldTheirItemsInOrderAndNoNewItem) {
