@@ -18,7 +18,8 @@ namespace murmela {
 // The runtime's process-wide environment, made on first use and never destroyed.
 Ort::Env& runtimeEnvironment();
 
-// Number of physical cores (not hardware threads): the runtime's intra-op thread count.
+// Number of physical cores (not hardware threads) that the calling thread may run on, read
+// afresh on every call: the runtime's intra-op thread count.
 int physicalCoreCount();
 
 class ModelSession {

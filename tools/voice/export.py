@@ -219,74 +219,115 @@ def crossfade_window(g, x):
     return g.op("Where", [between(x, start, start + 2 * synth.HOP, False), value, g.f(0.0)])
 
 
+def fraction(g, x):
+    """x minus its floor: angles in turns, reduced before they become radians so that float32
+    keeps the phase of the high bins."""
+    return g.op("Sub", [x, g.op("Floor", [x])])
+
+
+def pulse_spectrum(g, tau, w):
+    """The pulses' DFT, sum over p of w * exp(-2 pi i k tau / NFFT), for tau and w [1, D, P]:
+    [1, D, 2, BINS], real and imaginary parts. Bin k = COARSE * h + l splits each exponential
+    into exp(-2 pi i COARSE h tau / NFFT) * exp(-2 pi i l tau / NFFT), so a pulse needs the
+    sine and cosine of 17 + 32 angles instead of 513, and the sum over the pulses of the
+    products is one small matrix product per frame."""
+    coarse = 32
+    rows = -(-synth.BINS // coarse)  # 17
+    fine_steps = g.const((np.arange(coarse) / synth.NFFT).astype(np.float32)[None, None, None, :])
+    coarse_steps = g.const((np.arange(rows) * coarse / synth.NFFT).astype(np.float32)
+                           [None, None, :, None])
+    minus_two_pi = g.f(-2.0 * np.pi)
+    # [1, D, rows, P]: the coarse factors, weighted.
+    coarse_angle = g.op("Mul", [fraction(g, g.op("Mul", [g.op("Unsqueeze", [tau, g.i([2])]),
+                                                         coarse_steps])), minus_two_pi])
+    weight = g.op("Unsqueeze", [w, g.i([2])])
+    coarse_re = g.op("Mul", [g.op("Cos", [coarse_angle]), weight])
+    coarse_im = g.op("Mul", [g.op("Sin", [coarse_angle]), weight])
+    # [1, D, P, coarse]: the fine factors.
+    fine_angle = g.op("Mul", [fraction(g, g.op("Mul", [g.op("Unsqueeze", [tau, g.i([3])]),
+                                                       fine_steps])), minus_two_pi])
+    fine = g.op("Concat", [g.op("Cos", [fine_angle]), g.op("Sin", [fine_angle])], axis=2)
+    # [[re, -im], [im, re]] @ [fine re; fine im] = [real part; imaginary part]:
+    # [1, D, 2 rows, coarse].
+    product = g.op("Concat", [
+        g.op("Concat", [coarse_re, g.op("Neg", [coarse_im])], axis=3),
+        g.op("Concat", [coarse_im, coarse_re], axis=3)], axis=2)
+    summed = g.op("MatMul", [product, fine])
+    return g.slice(g.op("Reshape", [summed, g.i([0, 0, 2, rows * coarse])]), 0, synth.BINS, 3)
+
+
+def atan2(g, y, x, magnitude):
+    """The angle of x + iy in (-pi, pi], given its magnitude: twice the angle's half, whose
+    tangent is y / (|z| + x) on the right and (|z| - x) / y on the left, where each is exact."""
+    right = g.op("GreaterOrEqual", [x, g.f(0.0)])
+    numerator = g.op("Where", [right, y, g.op("Sub", [magnitude, x])])
+    denominator = g.op("Where", [right, g.op("Add", [g.op("Add", [magnitude, x]), g.f(1e-30)]), y])
+    return g.op("Mul", [g.op("Atan", [g.op("Div", [numerator, denominator])]), g.f(2.0)])
+
+
 def vocoder(constants):
+    """synth.vocoder, computed frame by frame in rows ([1, D, BINS]) and turned into the
+    interface's [1, BINS, D] at the end."""
     g = Graph("vocoder")
     bins = synth.BINS
     mel = g.op("Cast", ["mel"], to=FLOAT)
-    bands = g.slice(mel, 0, layout.BANDS, 1)  # [1, BANDS, D]
-    f0 = g.op("Clip", [g.slice(mel, layout.F0_CHANNEL, layout.F0_CHANNEL + 1, 1),
-                       g.f(synth.F0_MIN), g.f(synth.F0_MAX)])  # [1, 1, D]
-    voicing = g.op("Clip", [g.slice(mel, layout.VOICING_CHANNEL, layout.VOICING_CHANNEL + 1, 1),
-                            g.f(0.0), g.f(1.0)])
+    bands = g.op("Transpose", [g.slice(mel, 0, layout.BANDS, 1)], perm=[0, 2, 1])  # [1, D, BANDS]
+    f0 = g.op("Transpose", [g.op("Clip", [g.slice(mel, layout.F0_CHANNEL, layout.F0_CHANNEL + 1, 1),
+                                          g.f(synth.F0_MIN), g.f(synth.F0_MAX)])],
+              perm=[0, 2, 1])  # [1, D, 1]
+    voicing = g.op("Transpose", [g.op("Clip", [
+        g.slice(mel, layout.VOICING_CHANNEL, layout.VOICING_CHANNEL + 1, 1),
+        g.f(0.0), g.f(1.0)])], perm=[0, 2, 1])
 
-    log_power = g.op("Add", [g.op("MatMul", [g.const(constants.band_to_bins.astype(np.float32)),
-                                             bands]),
-                             g.const(constants.rolloff.astype(np.float32)[:, None])])
-    amplitude = g.op("Exp", [g.op("Mul", [log_power, g.f(0.5)])])
-    theta = g.op("MatMul", [g.const(constants.phase.astype(np.float32)), bands])
+    # Half the log power (the log amplitude) and the envelope's minimum phase, in one product.
+    envelope = np.concatenate([0.5 * constants.band_to_bins, constants.phase], 0).T
+    offset = np.concatenate([0.5 * constants.rolloff, np.zeros(bins)])
+    both = g.op("Add", [g.op("MatMul", [bands, g.const(envelope.astype(np.float32))]),
+                        g.const(offset.astype(np.float32))])  # [1, D, 2 BINS]
+    log_amplitude = g.slice(both, 0, bins, 2)
+    theta = g.slice(both, bins, 2 * bins, 2)
 
     step = g.op("Mul", [f0, g.f(synth.HOP / synth.RATE)])
-    phi = g.op("Sub", [g.op("CumSum", [step, g.i(2)]), g.op("Mul", [step, g.f(0.5)])])
-    phi = g.op("Transpose", [phi], perm=[0, 2, 1])  # [1, D, 1]
-    period = g.op("Transpose", [g.op("Div", [g.f(synth.RATE), f0])], perm=[0, 2, 1])
-    offsets = g.const((np.arange(synth.PULSES) - synth.PULSES // 2).astype(np.float32)[None, None, :])
+    phi = g.op("Sub", [g.op("CumSum", [step, g.i(1)]), g.op("Mul", [step, g.f(0.5)])])
+    period = g.op("Div", [g.f(synth.RATE), f0])
+    offsets = g.const((np.arange(synth.PULSES) - synth.PULSES // 2).astype(np.float32)
+                      [None, None, :])
     pulse = g.op("Sub", [g.op("Add", [g.op("Ceil", [phi]), offsets]), phi])  # [1, D, P]
     tau = g.op("Add", [g.op("Mul", [pulse, period]), g.f(synth.NFFT / 2)])
-    w = g.op("Unsqueeze", [crossfade_window(g, tau), g.i([2])])  # [1, D, 1, P]
-    k = g.const((-2.0 * np.pi * np.arange(bins) / synth.NFFT).astype(np.float32)[None, None, None, :])
-    angle = g.op("Mul", [g.op("Unsqueeze", [tau, g.i([3])]), k])  # [1, D, P, K]
-
-    def spectrum(fn):
-        summed = g.op("Squeeze", [g.op("MatMul", [w, g.op(fn, [angle])]), g.i([2])])  # [1, D, K]
-        return g.op("Transpose", [summed], perm=[0, 2, 1])  # [1, K, D]
-
-    pulse_re, pulse_im = spectrum("Cos"), spectrum("Sin")
-    gain = g.op("Sqrt", [g.op("Div", [g.f(synth.RATE), f0])])
+    spectrum = pulse_spectrum(g, tau, crossfade_window(g, tau))
+    pulse_re = g.op("Squeeze", [g.slice(spectrum, 0, 1, 2), g.i([2])])  # [1, D, BINS]
+    pulse_im = g.op("Squeeze", [g.slice(spectrum, 1, 2, 2), g.i([2])])
     rot_re, rot_im = g.op("Cos", [theta]), g.op("Sin", [theta])
-    voiced_re = g.op("Mul", [gain, g.op("Sub", [g.op("Mul", [pulse_re, rot_re]),
-                                                g.op("Mul", [pulse_im, rot_im])])])
-    voiced_im = g.op("Mul", [gain, g.op("Add", [g.op("Mul", [pulse_re, rot_im]),
-                                                g.op("Mul", [pulse_im, rot_re])])])
+    turned_re = g.op("Sub", [g.op("Mul", [pulse_re, rot_re]), g.op("Mul", [pulse_im, rot_im])])
+    turned_im = g.op("Add", [g.op("Mul", [pulse_re, rot_im]), g.op("Mul", [pulse_im, rot_re])])
 
     ones = g.op("Add", [g.op("Mul", [f0, g.f(0.0)]), g.f(1.0)])
-    frame = g.op("Cast", [g.op("Sub", [g.op("CumSum", [ones, g.i(2)]), g.f(1.0)])], to=INT64)
-    frame = g.op("Mod", [g.op("Reshape", [frame, g.i([-1])]), g.i(synth.NOISE_FRAMES)])
+    frame = g.op("Cast", [g.op("Sub", [g.op("CumSum", [ones, g.i(1)]), g.f(1.0)])], to=INT64)
+    frame = g.op("Mod", [g.op("Reshape", [frame, g.i([1, -1])]), g.i(synth.NOISE_FRAMES)])
 
     def noise(part):
         table = g.const(part.astype(np.float16), "noise16")
-        rows = g.op("Cast", [g.op("Gather", [table, frame])], to=FLOAT)  # [D, K]
-        return g.op("Unsqueeze", [g.op("Transpose", [rows], perm=[1, 0]), g.i([0])])
+        return g.op("Cast", [g.op("Gather", [table, frame])], to=FLOAT)  # [1, D, BINS]
 
     noise_re, noise_im = noise(constants.noise.real), noise(constants.noise.imag)
-    exponent = g.const(constants.voicing_power.astype(np.float32)[None, :, None])
-    vb = g.op("Pow", [voicing, exponent])  # [1, K, D]
-    a = g.op("Sqrt", [vb])
-    b = g.op("Sqrt", [g.op("Sub", [g.f(1.0), vb])])
-    re = g.op("Mul", [amplitude, g.op("Add", [g.op("Mul", [a, voiced_re]),
-                                              g.op("Mul", [b, noise_re])])])
-    im = g.op("Mul", [amplitude, g.op("Add", [g.op("Mul", [a, voiced_im]),
-                                              g.op("Mul", [b, noise_im])])])
+    # A band's voiced power share is v ** voicing_power; the voiced part's scale, amplitude *
+    # sqrt(share) * sqrt(period), is one exponential of the sum of their logs.
+    half_power = g.const((0.5 * constants.voicing_power).astype(np.float32)[None, None, :])
+    half_log_share = g.op("Mul", [g.op("Log", [g.op("Max", [voicing, g.f(1e-30)])]), half_power])
+    half_log_period = g.op("Mul", [g.op("Log", [period]), g.f(0.5)])
+    voiced_scale = g.op("Exp", [g.op("Add", [g.op("Add", [log_amplitude, half_log_share]),
+                                             half_log_period])])
+    unvoiced_share = g.op("Relu", [g.op("Sub", [g.f(1.0), g.op("Exp", [
+        g.op("Mul", [half_log_share, g.f(2.0)])])])])
+    unvoiced_scale = g.op("Mul", [g.op("Exp", [log_amplitude]), g.op("Sqrt", [unvoiced_share])])
+    re = g.op("Add", [g.op("Mul", [voiced_scale, turned_re]),
+                      g.op("Mul", [unvoiced_scale, noise_re])])
+    im = g.op("Add", [g.op("Mul", [voiced_scale, turned_im]),
+                      g.op("Mul", [unvoiced_scale, noise_im])])
     magnitude = g.op("Sqrt", [g.op("Add", [g.op("Mul", [re, re]), g.op("Mul", [im, im])])])
-    tiny = g.f(1e-30)
-    # atan2 from atan: the half-angle form on each side of the imaginary axis.
-    right_side = g.op("Mul", [g.f(2.0), g.op("Atan", [g.op("Div", [
-        im, g.op("Add", [g.op("Add", [magnitude, re]), tiny])])])])
-    sign = g.op("Where", [g.op("GreaterOrEqual", [im, g.f(0.0)]), g.f(np.pi), g.f(-np.pi)])
-    left_side = g.op("Sub", [sign, g.op("Mul", [g.f(2.0), g.op("Atan", [g.op("Div", [
-        im, g.op("Add", [g.op("Sub", [magnitude, re]), tiny])])])])])
-    angle_out = g.op("Where", [g.op("GreaterOrEqual", [re, g.f(0.0)]), right_side, left_side])
-    g.op("Cast", [magnitude], to=FLOAT16, outputs=["mag"])
-    g.op("Cast", [angle_out], to=FLOAT16, outputs=["phase"])
+    angle = atan2(g, im, re, magnitude)
+    g.op("Transpose", [g.op("Cast", [magnitude], to=FLOAT16)], perm=[0, 2, 1], outputs=["mag"])
+    g.op("Transpose", [g.op("Cast", [angle], to=FLOAT16)], perm=[0, 2, 1], outputs=["phase"])
     return g.model(
         [helper.make_tensor_value_info("mel", FLOAT16, [1, layout.MEL, "D"])],
         [helper.make_tensor_value_info("mag", FLOAT16, [1, bins, "D"]),

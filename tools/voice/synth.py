@@ -13,7 +13,9 @@ RATE = 24000
 HOP = 300
 NFFT = 1024
 BINS = NFFT // 2 + 1
-PULSES = 10  # pulse candidates per frame: enough for F0 up to 230 Hz
+# Pulse candidates per frame, around the frame's centre: only pulses within a hop of it sound
+# (crossfade_window), and at F0_MAX, 104 samples apart, that is at most six.
+PULSES = 6
 F0_MIN, F0_MAX = 60.0, 230.0
 NOISE_FRAMES = 64
 SMOOTH_BANDS = 1  # frames: the spectrum is not smoothed (smoothing blurs the consonants)
@@ -225,6 +227,16 @@ class VocoderConstants:
         self.voicing_power = 1.0 + self.freqs / 2000.0
 
 
+def pulse_positions(f0, offsets):
+    """[D, len(offsets)]: where in each frame (samples from its start) the pulses fall, counted
+    from the first pulse at or after the frame's centre (offset 0). The pulse times come from
+    the cumulative F0 phase, so neighbouring frames agree."""
+    step = f0 * HOP / RATE
+    phi = np.cumsum(step) - 0.5 * step
+    period = RATE / f0
+    return NFFT / 2 + (np.ceil(phi)[:, None] + offsets[None, :] - phi[:, None]) * period[:, None]
+
+
 def vocoder(mel, c):
     """mel [100, D] (float16 values) -> mag, phase [BINS, D]."""
     mel = mel.astype(np.float32).astype(np.float64)
@@ -237,12 +249,8 @@ def vocoder(mel, c):
     amplitude = np.exp(0.5 * log_power)
     theta = c.phase @ bands
 
-    step = f0 * HOP / RATE
-    phi = np.cumsum(step) - 0.5 * step
-    base = np.ceil(phi)
-    j = np.arange(PULSES) - PULSES // 2
     period = RATE / f0
-    tau = NFFT / 2 + (base[:, None] + j[None, :] - phi[:, None]) * period[:, None]  # [D, P]
+    tau = pulse_positions(f0, np.arange(PULSES) - PULSES // 2)  # [D, P]
     w = crossfade_window(tau)
     angle = -2 * np.pi * np.arange(BINS)[None, None, :] * tau[:, :, None] / NFFT  # [D, P, K]
     pulse_re = np.sum(w[:, :, None] * np.cos(angle), 1).T  # [K, D]
@@ -296,7 +304,9 @@ def bucket(size, buckets):
 
 
 ENCODER_BUCKETS = [32, 64, 128, 256, 512]
-DECODER_BUCKETS = [128, 256, 512, 1024]
+# Every 64 frames: the models' time grows with the bucket, and a sentence of about 270 frames
+# padded to 512 spent half of it on padding.
+DECODER_BUCKETS = list(range(64, 1024 + 1, 64))
 
 
 def synthesize_chunk(ids, speed, voice, constants):
