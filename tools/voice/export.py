@@ -114,6 +114,38 @@ def contexts_and_network(g, voice, ids):
     return layer(hidden, "w3", "b3"), asks
 
 
+def kept_part(g, kind, ids, seconds):
+    """synth.kept_part for ids [1, B]: start and end [1, B]."""
+    def taken(offset, stress_takes):
+        kinds = g.op("Gather", [kind, g.shift(ids, offset, 1, 2)])
+        space = g.op("Where", [g.op("Equal", [kinds, g.i(layout.KIND_SPACE)]),
+                               g.f(UNIT_S / 2), g.f(0.0)])
+        return g.op("Where", [g.op("Equal", [kinds, g.i(layout.KIND_STRESS)]),
+                              g.f(stress_takes), space])
+
+    before, after = taken(1, UNIT_S), taken(-1, 0.0)
+    whole = g.op("Add", [g.op("Add", [seconds, before]), after])
+    return (g.op("Div", [before, whole]),
+            g.op("Sub", [g.f(1.0), g.op("Div", [after, whole])]))
+
+
+def anchor_weights(g, position):
+    """synth.anchor_weights of position [..., 1]: [..., ANCHORS]."""
+    centres = g.const(synth.CENTRES.astype(np.float32))
+    distance = g.op("Abs", [g.op("Sub", [g.op("Clip", [position, g.f(0.1), g.f(0.9)]), centres])])
+    return g.op("Relu", [g.op("Sub", [g.f(1.0), g.op("Mul", [distance, g.f(ANCHORS)])])])
+
+
+def part_of(g, anchors, start, end):
+    """synth.part_of for anchors [1, B, ANCHORS * PARAMS], start and end [1, B]."""
+    centres = g.const(synth.CENTRES.astype(np.float32))
+    span = g.op("Unsqueeze", [g.op("Sub", [end, start]), g.i([2])])
+    position = g.op("Add", [g.op("Unsqueeze", [start, g.i([2])]), g.op("Mul", [span, centres])])
+    weights = anchor_weights(g, g.op("Unsqueeze", [position, g.i([3])]))  # [1, B, new, old]
+    whole = g.op("Reshape", [anchors, g.i([0, 0, ANCHORS, PARAMS])])
+    return g.op("Reshape", [g.op("MatMul", [weights, whole]), g.i([0, 0, ANCHORS * PARAMS])])
+
+
 def encoder(voice):
     g = Graph("encoder")
     t = voice["symbols"]
@@ -128,10 +160,16 @@ def encoder(voice):
         return g.op("Unsqueeze", [g.op("Equal", [kinds, g.i(value)]), g.i([2])])
 
     silent = g.const(np.tile(synth.silence_params(), ANCHORS).astype(np.float32)[None, None, :])
-    e = g.op("Where", [is_kind(layout.KIND_PHONE), phone, silent])
-    onset = g.op("Tile", [g.slice(g.shift(e, -1, 1, 3), 0, PARAMS, 2), g.i([1, 1, ANCHORS])])
-    e = g.op("Where", [is_kind(layout.KIND_STRESS), onset, e])
-    before = g.slice(g.shift(e, 1, 1, 3), (ANCHORS - 1) * PARAMS, ANCHORS * PARAMS, 2)
+    sound = g.op("Where", [is_kind(layout.KIND_PHONE), phone, silent])
+    seconds_phone = g.op("Exp", [g.op("Squeeze", [g.slice(predicted, ANCHORS * PARAMS,
+                                                         ANCHORS * PARAMS + 1, 2), g.i([2])])])
+    start, end = kept_part(g, kind, ids, seconds_phone)
+    e = g.op("Where", [is_kind(layout.KIND_PHONE), part_of(g, sound, start, end), sound])
+    onset = g.shift(part_of(g, sound, g.op("Mul", [start, g.f(0.0)]), start), -1, 1, 3)
+    next_phone = g.op("Unsqueeze", [g.op("Equal", [g.op("Gather", [kind, g.shift(ids, -1, 1, 2)]),
+                                                   g.i(layout.KIND_PHONE)]), g.i([2])])
+    e = g.op("Where", [g.op("And", [is_kind(layout.KIND_STRESS), next_phone]), onset, e])
+    before = g.slice(g.shift(sound, 1, 1, 3), (ANCHORS - 1) * PARAMS, ANCHORS * PARAMS, 2)
     after = g.slice(g.shift(e, -1, 1, 3), 0, PARAMS, 2)
     middle = g.op("Mul", [g.op("Add", [before, after]), g.f(0.5)])
     glide = g.op("Concat", [before, before, middle, after, after], axis=2)
@@ -142,8 +180,6 @@ def encoder(voice):
     e = g.op("Concat", [e, asks, spare], axis=2)
     g.op("Mul", [e, mask3], outputs=["e"])
 
-    seconds_phone = g.op("Exp", [g.op("Squeeze", [g.slice(predicted, ANCHORS * PARAMS,
-                                                         ANCHORS * PARAMS + 1, 2), g.i([2])])])
     pauses = g.op("Gather", [g.const(voice["pauses"].astype(np.float32)), ids])
     is_silent = g.op("Equal", [kinds, g.i(layout.KIND_SILENT)])
     is_phone = g.op("Equal", [kinds, g.i(layout.KIND_PHONE)])
@@ -160,10 +196,7 @@ def encoder(voice):
 
 def decoder():
     g = Graph("decoder")
-    position = g.op("Clip", [g.slice("x", layout.ENC, layout.ENC + 1, 2), g.f(0.1), g.f(0.9)])
-    centres = g.const(((np.arange(ANCHORS) + 0.5) / ANCHORS).astype(np.float32)[None, None, :])
-    distance = g.op("Abs", [g.op("Sub", [position, centres])])
-    weights = g.op("Relu", [g.op("Sub", [g.f(1.0), g.op("Mul", [distance, g.f(ANCHORS)])])])
+    weights = anchor_weights(g, g.slice("x", layout.ENC, layout.ENC + 1, 2))  # [1, D, ANCHORS]
     anchors = g.op("Reshape", [g.slice("x", 0, ANCHORS * PARAMS, 2), g.i([0, 0, ANCHORS, PARAMS])])
     weighted = g.op("Mul", [anchors, g.op("Unsqueeze", [weights, g.i([3])])])
     params = g.op("ReduceSum", [weighted, g.i([2])], keepdims=0)  # [1, D, PARAMS]

@@ -20,6 +20,7 @@ F0_MIN, F0_MAX = 60.0, 230.0
 NOISE_FRAMES = 64
 SMOOTH_BANDS = 1  # frames: the spectrum is not smoothed (smoothing blurs the consonants)
 SMOOTH_PITCH = 17
+CENTRES = (np.arange(ANCHORS) + 0.5) / ANCHORS  # where in its sound each anchor sits
 
 
 def periodic_hann(n):
@@ -48,22 +49,53 @@ def encoder(ids, mask, voice):
 
     silent = np.tile(silence_params(), ANCHORS)[None, :]
     k = kind[ids][:, None]
-    e = np.where(k == layout.KIND_PHONE, phone, silent)
-    # A stress mark is the onset of its vowel: it holds the vowel's first anchor.
-    onset_next = np.tile(shift(e, -1)[:, :PARAMS], ANCHORS)
-    e = np.where(k == layout.KIND_STRESS, onset_next, e)
+    sound = np.where(k == layout.KIND_PHONE, phone, silent)
+    # A stress mark and a space each take a unit of time from the sounds beside them: the
+    # sound's anchors describe it whole, so the part it keeps plays only its own stretch of
+    # them, and a stress mark plays the start of the sound after it.
+    seconds_phone = np.exp(predicted[:, -1])
+    start, end = kept_part(kind[ids], kind[shift(ids, 1)], kind[shift(ids, -1)], seconds_phone)
+    e = np.where(k == layout.KIND_PHONE, part_of(sound, start, end), sound)
+    onset_next = shift(part_of(sound, np.zeros_like(start), start), -1)
+    next_phone = (kind[shift(ids, -1)] == layout.KIND_PHONE)[:, None]
+    e = np.where((k == layout.KIND_STRESS) & next_phone, onset_next, e)
     # A space glides from the end of one word to the start of the next.
-    before = shift(e, 1)[:, (ANCHORS - 1) * PARAMS:]
+    before = shift(sound, 1)[:, (ANCHORS - 1) * PARAMS:]
     after = shift(e, -1)[:, :PARAMS]
     glide = np.concatenate([before, before, 0.5 * (before + after), after, after], 1)
     e = np.where(k == layout.KIND_SPACE, glide, e)
 
     e = np.concatenate([e, scalars[:, -1:], np.zeros((len(ids), layout.ENC - ANCHORS * PARAMS - 1))], 1)
 
-    seconds = np.where(kind[ids] == layout.KIND_PHONE, np.exp(predicted[:, -1]),
+    seconds = np.where(kind[ids] == layout.KIND_PHONE, seconds_phone,
                        np.where(kind[ids] == layout.KIND_SILENT, voice["pauses"][ids], UNIT_S))
     logd = np.log(seconds.astype(np.float32) / np.float32(UNIT_S) + np.float32(1.0))
     return (e * mask[:, None]).astype(np.float32), (logd * mask).astype(np.float32)
+
+
+def kept_part(kinds, kinds_before, kinds_after, seconds):
+    """The stretch (start, end, fractions of the whole sound) that a phone keeps of itself
+    when the stress mark or space before it and the space after it have taken their time."""
+    taken_before = np.where(kinds_before == layout.KIND_STRESS, UNIT_S,
+                            np.where(kinds_before == layout.KIND_SPACE, UNIT_S / 2, 0.0))
+    taken_after = np.where(kinds_after == layout.KIND_SPACE, UNIT_S / 2, 0.0)
+    whole = seconds + taken_before + taken_after
+    return taken_before / whole, 1.0 - taken_after / whole
+
+
+def anchor_weights(position):
+    """[..., ANCHORS] weights of the anchors at positions (fractions of a sound): linear between
+    anchor centres, flat in the first and last tenth."""
+    clipped = np.clip(position, 0.1, 0.9)[..., None]
+    return np.maximum(0.0, 1.0 - np.abs(clipped - CENTRES) * ANCHORS)
+
+
+def part_of(anchors, start, end):
+    """[N, ANCHORS * PARAMS] anchors of the stretch from start to end [N] of sounds whose whole
+    anchors are given."""
+    weights = anchor_weights(start[:, None] + CENTRES[None, :] * (end - start)[:, None])
+    whole = anchors.reshape(len(anchors), ANCHORS, PARAMS)
+    return np.einsum("njk,nkp->njp", weights, whole).reshape(len(anchors), -1)
 
 
 def silence_params():
@@ -118,9 +150,7 @@ def depthwise(signal, kernels):
 
 def decoder(x, mask, last):
     """x [D, 257], mask [D], last [D] -> mel [100, D]."""
-    position = np.clip(x[:, layout.ENC], 0.1, 0.9)
-    centres = (np.arange(ANCHORS) + 0.5) / ANCHORS
-    weights = np.maximum(0.0, 1.0 - np.abs(position[:, None] - centres[None, :]) * ANCHORS)
+    weights = anchor_weights(x[:, layout.ENC])
     anchors = x[:, :ANCHORS * PARAMS].reshape(-1, ANCHORS, PARAMS)
     params = np.sum(weights[:, :, None] * anchors, axis=1).T  # [PARAMS, D]
     kernels = smoothing_kernels()
