@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <set>
 #include <system_error>
@@ -147,12 +148,32 @@ const fs::path& VoiceStore::userFolder() const {
 }
 
 fs::path VoiceStore::createStaging() const {
+    removeAbandonedStaging();
     std::string pattern = (userFolder() / ".staging-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) {
         throw cannotWrite("cannot create a folder in " + userFolder().string(),
                           std::error_code(errno, std::generic_category()));
     }
     return pattern;
+}
+
+void VoiceStore::removeAbandonedStaging() const {
+    // A staging folder lives for one install or removal, seconds to minutes; one this old was
+    // left by a program that was killed, and may hold a whole voice's worth of disk.
+    constexpr auto abandonedAfter = std::chrono::hours(1);
+    std::error_code error;
+    const auto now = fs::file_time_type::clock::now();
+    for (const fs::directory_entry& entry : fs::directory_iterator(userFolder(), error)) {
+        if (!entry.path().filename().string().starts_with(".staging-") ||
+            !entry.is_directory(error)) {
+            continue;
+        }
+        const fs::file_time_type changed = entry.last_write_time(error);
+        if (!error && now - changed > abandonedAfter) {
+            fs::remove_all(entry.path(), error);
+        }
+        error.clear();
+    }
 }
 
 fs::path VoiceStore::partialDownloads() const {

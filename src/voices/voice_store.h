@@ -56,7 +56,8 @@ public:
     VoiceListing list() const;
 
     // A new, empty directory inside the user's voices folder (so on the same file system) for
-    // putting a voice together before it counts. Throws VoicesFailure::cannotWrite.
+    // putting a voice together before it counts. Staging folders untouched for an hour, left by
+    // a program that was killed, are removed first. Throws VoicesFailure::cannotWrite.
     std::filesystem::path createStaging() const;
     // Where partial downloads wait to be resumed; created when missing.
     std::filesystem::path partialDownloads() const;
@@ -79,6 +80,7 @@ public:
 
 private:
     const std::filesystem::path& userFolder() const;
+    void removeAbandonedStaging() const;
 
     VoiceLocations locations_;
 };

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
@@ -112,6 +113,18 @@ TEST(VoiceStore, InstallMovesTheVoiceInWholeAndNeverReplacesOne) {
     EXPECT_THAT(taken.what(), HasSubstr("v is installed already"));
     EXPECT_TRUE(fs::exists(root / "user" / "v" / "v.onnx"));
     EXPECT_FALSE(fs::exists(root / "user" / "v" / "other.onnx"));
+
+    // Staging folders a killed program left behind go once they are an hour old; one that
+    // another program may still be filling stays.
+    writeText(root / "user" / ".staging-killed" / "v" / "v.onnx", "model");
+    fs::last_write_time(root / "user" / ".staging-killed",
+                        fs::file_time_type::clock::now() - std::chrono::hours(2));
+    writeText(root / "user" / ".staging-busy" / "v.onnx", "model");
+    const fs::path another = store.createStaging();
+    EXPECT_FALSE(fs::exists(root / "user" / ".staging-killed"));
+    EXPECT_TRUE(fs::exists(root / "user" / ".staging-busy" / "v.onnx"));
+    EXPECT_TRUE(fs::exists(staging));
+    EXPECT_TRUE(fs::is_empty(another));
 
     for (const std::string name : {"", ".hidden", "a/b", "murmela"}) {
         EXPECT_EQ(failureOf([&] { store.install(staging / "v", name); }).kind(),
