@@ -119,11 +119,11 @@ def kept_part(g, kind, ids, seconds):
     def taken(offset, stress_takes):
         kinds = g.op("Gather", [kind, g.shift(ids, offset, 1, 2)])
         space = g.op("Where", [g.op("Equal", [kinds, g.i(layout.KIND_SPACE)]),
-                               g.f(UNIT_S / 2), g.f(0.0)])
+                               g.f(layout.TAKEN_BY_SPACE), g.f(0.0)])
         return g.op("Where", [g.op("Equal", [kinds, g.i(layout.KIND_STRESS)]),
                               g.f(stress_takes), space])
 
-    before, after = taken(1, UNIT_S), taken(-1, 0.0)
+    before, after = taken(1, layout.TAKEN_BY_STRESS), taken(-1, 0.0)
     whole = g.op("Add", [g.op("Add", [seconds, before]), after])
     return (g.op("Div", [before, whole]),
             g.op("Sub", [g.f(1.0), g.op("Div", [after, whole])]))

@@ -21,6 +21,10 @@ KIND_SILENT, KIND_PHONE, KIND_STRESS, KIND_SPACE = 0, 1, 2, 3
 
 SILENCE_LEVEL = float(np.log(analysis.FLOOR))
 UNIT_S = 0.025  # a duration of 1 in the encoder's logd: two 12.5 ms frames
+# A stress mark and a space are tokens of their own, so they take their time from the sounds
+# beside them: a stress mark all of it from the sound after it, a space half from each side.
+TAKEN_BY_STRESS = UNIT_S
+TAKEN_BY_SPACE = UNIT_S / 2
 
 # Pauses in seconds for the tokens that make no sound; the boundary token (id 0) frames every
 # chunk at both ends.
@@ -106,3 +110,12 @@ def pause_durations():
     for symbol, seconds in PAUSES.items():
         pauses[vocab[symbol]] = seconds
     return pauses
+
+
+def time_taken(kinds_before, kinds_after):
+    """Seconds that the tokens before and after a phone (their kinds, arrays or single values)
+    take from its time."""
+    before = np.where(kinds_before == KIND_STRESS, TAKEN_BY_STRESS,
+                      np.where(kinds_before == KIND_SPACE, TAKEN_BY_SPACE, 0.0))
+    after = np.where(kinds_after == KIND_SPACE, TAKEN_BY_SPACE, 0.0)
+    return before, after

@@ -9,7 +9,7 @@ import layout
 from layout import ANCHORS, PARAMS
 
 EMBED = 16  # values per token id in the window
-HIDDEN = 256
+HIDDEN = 512
 OUTPUTS = ANCHORS * PARAMS + 1  # the anchors, then ln(seconds)
 SEED = 20261126
 EPOCHS = 60

@@ -76,9 +76,7 @@ def encoder(ids, mask, voice):
 def kept_part(kinds, kinds_before, kinds_after, seconds):
     """The stretch (start, end, fractions of the whole sound) that a phone keeps of itself
     when the stress mark or space before it and the space after it have taken their time."""
-    taken_before = np.where(kinds_before == layout.KIND_STRESS, UNIT_S,
-                            np.where(kinds_before == layout.KIND_SPACE, UNIT_S / 2, 0.0))
-    taken_after = np.where(kinds_after == layout.KIND_SPACE, UNIT_S / 2, 0.0)
+    taken_before, taken_after = layout.time_taken(kinds_before, kinds_after)
     whole = seconds + taken_before + taken_after
     return taken_before / whole, 1.0 - taken_after / whole
 

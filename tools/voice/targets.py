@@ -48,15 +48,11 @@ def sentence_items(ids, samples, segments, tables, symbols_of_id):
         if span is None or not span[2] or span[1] - span[0] < 0.01:
             continue
         start, end, _ = span
-        duration = end - start
         before = kinds[position - 1] if position > 0 else layout.KIND_SILENT
         after = kinds[position + 1] if position + 1 < len(kinds) else layout.KIND_SILENT
-        if before == layout.KIND_STRESS:
-            duration -= UNIT_S
-        if before == layout.KIND_SPACE:
-            duration -= UNIT_S / 2
-        if after == layout.KIND_SPACE:
-            duration -= UNIT_S / 2
+        # The network learns the time the sound keeps; the tokens beside it play the rest.
+        taken_before, taken_after = layout.time_taken(before, after)
+        duration = float(end - start - taken_before - taken_after)
         features = anchor_features(bands, f0, voicing, start, end)
         items.append((position, features, max(duration, UNIT_S / 2)))
     return items, len(phone_positions)

@@ -73,7 +73,7 @@ def train(sentences, id_lists, voice, cache=None, log=print):
             "pauses": layout.pause_durations()}
 
 
-def save(voice, path, record=None):
+def save(voice, path):
     flat = {"symbols_" + k: np.asarray(v) for k, v in voice["symbols"].items()}
     flat.update({"weights_" + k: v for k, v in voice["weights"].items()})
     flat["pauses"] = voice["pauses"]
