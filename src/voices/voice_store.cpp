@@ -72,6 +72,25 @@ VoicesFailure cannotWrite(const std::string& what, const std::error_code& error)
     return VoicesFailure(VoicesFailure::Kind::cannotWrite, what + ": " + reason);
 }
 
+// A staging folder lives for one install or removal, seconds to minutes; one untouched for an
+// hour was left by a program that was killed, and may hold a whole voice's worth of disk.
+void removeAbandonedStaging(const fs::path& folder) {
+    constexpr auto abandonedAfter = std::chrono::hours(1);
+    std::error_code error;
+    const auto now = fs::file_time_type::clock::now();
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
+        if (!entry.path().filename().string().starts_with(".staging-") ||
+            !entry.is_directory(error)) {
+            continue;
+        }
+        const fs::file_time_type changed = entry.last_write_time(error);
+        if (!error && now - changed > abandonedAfter) {
+            fs::remove_all(entry.path(), error);
+        }
+        error.clear();
+    }
+}
+
 }  // namespace
 
 std::string_view placeName(VoicePlace place) {
@@ -148,32 +167,14 @@ const fs::path& VoiceStore::userFolder() const {
 }
 
 fs::path VoiceStore::createStaging() const {
-    removeAbandonedStaging();
-    std::string pattern = (userFolder() / ".staging-XXXXXX").string();
+    const fs::path& folder = userFolder();
+    removeAbandonedStaging(folder);
+    std::string pattern = (folder / ".staging-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) {
-        throw cannotWrite("cannot create a folder in " + userFolder().string(),
+        throw cannotWrite("cannot create a folder in " + folder.string(),
                           std::error_code(errno, std::generic_category()));
     }
     return pattern;
-}
-
-void VoiceStore::removeAbandonedStaging() const {
-    // A staging folder lives for one install or removal, seconds to minutes; one this old was
-    // left by a program that was killed, and may hold a whole voice's worth of disk.
-    constexpr auto abandonedAfter = std::chrono::hours(1);
-    std::error_code error;
-    const auto now = fs::file_time_type::clock::now();
-    for (const fs::directory_entry& entry : fs::directory_iterator(userFolder(), error)) {
-        if (!entry.path().filename().string().starts_with(".staging-") ||
-            !entry.is_directory(error)) {
-            continue;
-        }
-        const fs::file_time_type changed = entry.last_write_time(error);
-        if (!error && now - changed > abandonedAfter) {
-            fs::remove_all(entry.path(), error);
-        }
-        error.clear();
-    }
 }
 
 fs::path VoiceStore::partialDownloads() const {

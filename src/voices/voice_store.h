@@ -80,7 +80,6 @@ public:
 
 private:
     const std::filesystem::path& userFolder() const;
-    void removeAbandonedStaging() const;
 
     VoiceLocations locations_;
 };
