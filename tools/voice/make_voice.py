@@ -9,7 +9,7 @@ tools/voice/README.md).
   make_voice.py train --teacher NAME --ids-tool BIN --espeak-data PATH [--cache DIR]
                 [--into DIR]
       renders the teacher text, trains the network and writes the weights and the record of
-      their inputs into tools/voice/trained or DIR (about 25 minutes on two busy cores)
+      their inputs into tools/voice/trained or DIR (about 75 minutes on one busy core)
   make_voice.py inputs --teacher NAME --ids-tool BIN --espeak-data PATH
       exits 1 when the inputs the committed weights were trained on have changed since
 
