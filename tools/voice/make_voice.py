@@ -9,7 +9,8 @@ tools/voice/README.md).
   make_voice.py train --teacher NAME --ids-tool BIN --espeak-data PATH [--cache DIR]
                 [--into DIR]
       renders the teacher text, trains the network and writes the weights and the record of
-      their inputs into tools/voice/trained or DIR (about 75 minutes on one busy core)
+      their inputs into tools/voice/trained or DIR (about an hour with OpenBLAS
+      while the other voice trains beside it on a 2-core machine)
   make_voice.py inputs --teacher NAME --ids-tool BIN --espeak-data PATH
       exits 1 when the inputs the committed weights were trained on have changed since
 
@@ -111,6 +112,16 @@ def training_inputs(teacher, sentences, id_lists):
     return inputs
 
 
+def training_environment():
+    """What the weights' last bits depend on besides the inputs: the libraries' versions and
+    the BLAS that Debian's alternatives give PyTorch and numpy (OpenBLAS trains about 18 times
+    faster than the reference BLAS, with different rounding)."""
+    import numpy
+    import torch
+    return {"torch": torch.__version__, "numpy": numpy.__version__,
+            "blas": str(pathlib.Path("/usr/lib/x86_64-linux-gnu/libblas.so.3").resolve())}
+
+
 def voice_description(teacher):
     return {
         "interface": {"sampleRate": synth.RATE, "hop": synth.HOP, "nFft": synth.NFFT,
@@ -159,10 +170,7 @@ def train_weights(args):
                         log=lambda m: print("make_voice: " + m, flush=True))
     args.into.mkdir(exist_ok=True)
     train.save(voice, weights_path(args.teacher, args.into))
-    import numpy
-    import torch
-    record = {"teacher": args.teacher,
-              "trainedWith": {"torch": torch.__version__, "numpy": numpy.__version__},
+    record = {"teacher": args.teacher, "trainedWith": training_environment(),
               "inputs": training_inputs(args.teacher, sentences, id_lists)}
     record_path(args.teacher, args.into).write_text(json.dumps(record, indent=1, sort_keys=True) + "\n")
     print("make_voice: trained in %.0f s" % (time.time() - started))
