@@ -203,17 +203,29 @@ def downloaded_voice_speaks(scratch, module, configuration, resources, neural):
     server = Server(scratch / "kokoro", module, configuration, resources,
                     MURMELA_VOICE=str(neural / "kokoro"))
     try:
-        recording = Recording(scratch, "kokoro")
-        said = subprocess.run(["spd-say", "-o", "murmela", "-w", "She measured it."], timeout=60,
-                              env=dict(os.environ, SPEECHD_ADDRESS=server.address))
-        samples = recording.stop()
+        # With both cores busy the server's playback can underrun and the sink plays a few
+        # milliseconds of silence inside the message, which shifts the spelling; wrong ids spell
+        # wrongly every time, so one whole spelling in three messages is the check.
+        def spells_expected(values):
+            return len(values) == len(expected) and all(
+                abs(value - wanted) < 0.5 for value, wanted in zip(values, expected))
+
+        heard = []
+        for _ in range(3):
+            recording = Recording(scratch, "kokoro")
+            said = subprocess.run(["spd-say", "-o", "murmela", "-w", "She measured it."],
+                                  timeout=60, env=dict(os.environ, SPEECHD_ADDRESS=server.address))
+            samples = recording.stop()
+            if said.returncode != 0:
+                break
+            # The recording holds floats; the spelling is read from 16-bit samples.
+            heard.append([round(float(value), 1)
+                          for value in speech_checks.spelled(samples * 32767, len(expected))])
+            if spells_expected(heard[-1]):
+                break
         check(said.returncode == 0, "spd-say speaks with the voice of MURMELA_VOICE")
-        # The recording holds floats; the spelling is read from 16-bit samples.
-        spelled = speech_checks.spelled(samples * 32767, len(expected))
-        check(len(spelled) == len(expected) and
-              all(abs(value - wanted) < 0.5 for value, wanted in zip(spelled, expected)),
-              "what the sink plays spells the ids, the style row and the voice: %s" %
-              [round(float(value), 1) for value in spelled])
+        check(heard and spells_expected(heard[-1]),
+              "what the sink plays spells the ids, the style row and the voice: %s" % heard)
     finally:
         server.stop()
 
