@@ -403,10 +403,9 @@ class SayWithDownloadedVoices(WithScratch):
         # most of the four must come through whole.
         starts = [i for i in range(1, len(heard) - 32) if heard[i] > 30000 >= heard[i - 1]
                   and min(heard[i:i + 24]) > 30000]
-        whole = 0
-        for start in starts:
-            values = speech_checks.spelled(heard[start:start + (len(expected) + 2) * 32], len(expected))
-            whole += all(abs(value - wanted) < 0.5 for value, wanted in zip(values, expected))
+        length = (len(expected) + 2) * 32
+        whole = sum(speech_checks.spells_whole(heard[start:start + length], expected)
+                    for start in starts)
         self.assertGreaterEqual(whole, 3, f"{len(starts)} blocks at full scale")
 
 

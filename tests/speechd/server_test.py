@@ -206,10 +206,6 @@ def downloaded_voice_speaks(scratch, module, configuration, resources, neural):
         # With both cores busy the server's playback can underrun and the sink plays a few
         # milliseconds of silence inside the message, which shifts the spelling; wrong ids spell
         # wrongly every time, so one whole spelling in three messages is the check.
-        def spells_expected(values):
-            return len(values) == len(expected) and all(
-                abs(value - wanted) < 0.5 for value, wanted in zip(values, expected))
-
         heard = []
         for _ in range(3):
             recording = Recording(scratch, "kokoro")
@@ -219,13 +215,14 @@ def downloaded_voice_speaks(scratch, module, configuration, resources, neural):
             if said.returncode != 0:
                 break
             # The recording holds floats; the spelling is read from 16-bit samples.
-            heard.append([round(float(value), 1)
-                          for value in speech_checks.spelled(samples * 32767, len(expected))])
-            if spells_expected(heard[-1]):
+            heard.append(samples * 32767)
+            if speech_checks.spells_whole(heard[-1], expected):
                 break
         check(said.returncode == 0, "spd-say speaks with the voice of MURMELA_VOICE")
-        check(heard and spells_expected(heard[-1]),
-              "what the sink plays spells the ids, the style row and the voice: %s" % heard)
+        check(heard and speech_checks.spells_whole(heard[-1], expected),
+              "what the sink plays spells the ids, the style row and the voice: %s" %
+              [[round(float(value), 1) for value in speech_checks.spelled(samples, len(expected))]
+               for samples in heard])
     finally:
         server.stop()
 

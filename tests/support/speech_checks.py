@@ -103,3 +103,11 @@ def spelled(samples, count, block=32):
     full = samples[start + block // 2]
     return [samples[start + (index + 1) * block + block // 2] / full * 1024
             for index in range(count) if start + (index + 2) * block <= len(samples)]
+
+
+def spells_whole(samples, expected):
+    """Whether `samples` spell every value of `expected`, each to within half a step, as they
+    still do after a sound server's resampling."""
+    values = spelled(samples, len(expected))
+    return len(values) == len(expected) and all(
+        abs(value - wanted) < 0.5 for value, wanted in zip(values, expected))
